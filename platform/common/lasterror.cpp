@@ -1,0 +1,8 @@
+#include "qvcapi/support.h"
+
+namespace {
+thread_local DWORD t_lastError = 0;
+}
+
+extern "C" DWORD GetLastError(void) { return t_lastError; }
+extern "C" void SetLastError(DWORD dwErrCode) { t_lastError = dwErrCode; }

@@ -1,0 +1,3 @@
+#include "policies/chain_policies.h"
+#include "support/testsupport.h"
+TEST(Smoke, Builds) { SUCCEED(); }
