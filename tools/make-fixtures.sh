@@ -1,0 +1,54 @@
+#!/bin/sh
+# Makes the project's own certificate fixtures with the openssl tool: a root CA, an
+# intermediate CA and a leaf, plus a few certificates shaped for the policy tests.
+# Output: tests/fixtures/pki/*.der (committed; rerun only to change them).
+set -eu
+out=$(cd "$(dirname "$0")/.." && pwd)/tests/fixtures/pki
+tmp=$(mktemp -d)
+trap 'rm -rf "$tmp"' EXIT
+cd "$tmp"
+
+days=36500
+key() { openssl genpkey -algorithm EC -pkeyopt ec_paramgen_curve:P-256 -out "$1.key" 2>/dev/null; }
+ext() { printf '%s\n' "$@" > "$name.ext"; }
+
+# cert NAME SUBJECT ISSUER(-|name) EXTENSION-LINES...
+cert() {
+    name=$1; subj=$2; issuer=$3; shift 3
+    key "$name"
+    printf '[x]\n' > "$name.ext"
+    for line in "$@"; do printf '%s\n' "$line" >> "$name.ext"; done
+    openssl req -new -key "$name.key" -subj "$subj" -config /dev/null -out "$name.csr" 2>/dev/null
+    if [ "$issuer" = "-" ]; then
+        signer="-signkey $name.key"
+    else
+        signer="-CA $issuer.pem -CAkey $issuer.key"
+    fi
+    openssl x509 -req -in "$name.csr" $signer -days $days -set_serial "0x$(openssl rand -hex 8)" \
+        -extfile "$name.ext" -extensions x -out "$name.pem" 2>/dev/null
+    openssl x509 -in "$name.pem" -outform DER -out "$out/$name.der"
+}
+
+cert root "/O=chainvet demo/CN=Demo Root CA" - \
+    "basicConstraints=critical,CA:TRUE" "keyUsage=critical,keyCertSign,cRLSign" \
+    "subjectKeyIdentifier=hash"
+cert intermediate "/O=chainvet demo/CN=Demo Intermediate CA" root \
+    "basicConstraints=critical,CA:TRUE,pathlen:0" "keyUsage=critical,keyCertSign,cRLSign,digitalSignature" \
+    "subjectKeyIdentifier=hash" "authorityKeyIdentifier=keyid"
+cert leaf "/O=chainvet demo/CN=demo.example" intermediate \
+    "basicConstraints=critical,CA:FALSE" "keyUsage=critical,digitalSignature,nonRepudiation" \
+    "extendedKeyUsage=timeStamping" "subjectKeyIdentifier=hash" "authorityKeyIdentifier=keyid"
+# A leaf with no basic constraints at all.
+cert leaf-nobc "/O=chainvet demo/CN=no-bc.example" intermediate \
+    "keyUsage=critical,digitalSignature"
+# A self-signed root without the extension.
+cert root-nobc "/O=chainvet demo/CN=Root without basic constraints" - \
+    "keyUsage=critical,keyCertSign"
+# Both the current (cA FALSE) and the old 2.5.29.10 extension (an old-style value whose
+# first element marks a CA); only the current one may count.
+cert both-bc "/O=chainvet demo/CN=Both basic constraints" root \
+    "basicConstraints=CA:FALSE" "2.5.29.10=DER:30050303060780"
+# Only the old extension, with the current extension's encoding of cA TRUE.
+cert old-bc "/O=chainvet demo/CN=Old basic constraints" root \
+    "2.5.29.10=DER:30030101FF"
+echo "fixtures written to $out"
