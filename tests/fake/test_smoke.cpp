@@ -1,3 +1,0 @@
-#include "policies/chain_policies.h"
-#include "support/testsupport.h"
-TEST(Smoke, Builds) { SUCCEED(); }
