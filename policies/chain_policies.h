@@ -78,3 +78,31 @@ CHAINVET_API void BasicConstraintsImpl(LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT
                                        PCERT_CHAIN_POLICY_PARA pPolicyPara,
                                        PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
 }
+
+// The signature callback is exported under its bare name.
+extern "C" {
+CHAINVET_API BOOL CertDllVerifySignatureCertificateChainPolicy(LPCSTR pszPolicyOID,
+                                                               PCCERT_CHAIN_CONTEXT pChainContext,
+                                                               PCERT_CHAIN_POLICY_PARA pPolicyPara,
+                                                               PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
+CHAINVET_API void SignatureImpl(LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT pChainContext,
+                                PCERT_CHAIN_POLICY_PARA pPolicyPara,
+                                PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
+}
+
+// Timestamp-signing flags: the low 16 bits go on to the signature policy; these two relax
+// the usage check; every other bit is refused.
+#define QVTIMESTAMP_SIGNING_NO_CERT_USAGE_ANY_FLAG 0x00020000u
+#define QVTIMESTAMP_SIGNING_NO_CHAIN_USAGE_ANY_FLAG 0x00040000u
+#define QVTIMESTAMP_SIGNING_UNKNOWN_FLAGS 0xFFF90000u
+
+// The timestamp-signing callback is exported under its C++ (signature-encoded) name.
+CHAINVET_API BOOL CertDllVerifyTimestampSigningCertificateChainPolicy(
+    LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT pChainContext, PCERT_CHAIN_POLICY_PARA pPolicyPara,
+    PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
+
+extern "C" {
+CHAINVET_API void TimestampSigningImpl(LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT pChainContext,
+                                       PCERT_CHAIN_POLICY_PARA pPolicyPara,
+                                       PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
+}

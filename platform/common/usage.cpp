@@ -41,7 +41,9 @@ BOOL decodeKeyUsage(const BYTE* pbEncoded, DWORD cbEncoded, DWORD dwFlags, void*
     blob->cbData = cbBits;
     blob->cUnusedBits = bits.val[0];
     if (noCopy) {
-        blob->pbData = const_cast<BYTE*>(bits.val + 1);
+        // An empty bit string points at its zero unused-bits octet, so that a reader of
+        // the first byte stays inside the value.
+        blob->pbData = const_cast<BYTE*>(cbBits != 0 ? bits.val + 1 : bits.val);
     } else {
         BYTE* tail = static_cast<BYTE*>(pvStructInfo) + sizeof(CRYPT_BIT_BLOB);
         if (cbBits != 0)
