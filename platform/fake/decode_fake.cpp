@@ -1,6 +1,7 @@
 // The fake's CryptDecodeObject: a small built-in decoder, replaceable by a test's hook.
 #include "../common/decode_common.h"
 #include "../common/der.h"
+#include "../common/usage.h"
 #include "qvfake.h"
 #include "fake_internal.h"
 
@@ -14,6 +15,12 @@ std::vector<void (*)()>& resetHooks() {
 QVFAKE_DECODE_HOOK g_decodeHook = nullptr;
 void* g_decodeUser = nullptr;
 std::atomic<DWORD> g_decodeCalls{0};
+QVFAKE_POLICY_HOOK g_pkupHook = nullptr;
+void* g_pkupUser = nullptr;
+ResetRegistrar g_pkupReset([] {
+    g_pkupHook = nullptr;
+    g_pkupUser = nullptr;
+});
 }  // namespace qvfake
 
 extern "C" {
@@ -54,8 +61,22 @@ BOOL CryptDecodeObject(DWORD dwCertEncodingType, LPCSTR lpszStructType, const BY
         CERT_BASIC_CONSTRAINTS2_INFO info{ca ? TRUE : FALSE, hasPathLen ? TRUE : FALSE, pathLen};
         return qvplat::deliver(&info, sizeof info, pvStructInfo, pcbStructInfo);
     }
+    if (qvplat::isStructType(lpszStructType, szOID_KEY_USAGE))
+        return qvplat::decodeKeyUsage(pbEncoded, cbEncoded, dwFlags, pvStructInfo, pcbStructInfo);
     SetLastError(static_cast<DWORD>(CRYPT_E_OID_FORMAT));
     return FALSE;
 }
 
+void qvfake_set_pkup_hook(QVFAKE_POLICY_HOOK hook, void* user) {
+    qvfake::g_pkupHook = hook;
+    qvfake::g_pkupUser = user;
+}
+
 }  // extern "C"
+
+// Overrides the real library's weak default: a test's hook answers in place of the
+// private-key-usage-period policy.
+qvplat::PkupHook qvplat::pkupHook(void** user) {
+    *user = qvfake::g_pkupUser;
+    return qvfake::g_pkupHook;
+}

@@ -16,4 +16,11 @@ QVCAPI_API void qvfake_set_decode_hook(QVFAKE_DECODE_HOOK hook, void* user);
 QVCAPI_API DWORD qvfake_decode_calls(void);
 QVCAPI_API void qvfake_reset(void);
 
+// Answers in place of CertDllVerifyPrivateKeyUsagePeriodCertificateChainPolicy while set
+// (null restores the built-in policy); cleared by qvfake_reset.
+typedef BOOL (*QVFAKE_POLICY_HOOK)(void* user, LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT pChainContext,
+                                   PCERT_CHAIN_POLICY_PARA pPolicyPara,
+                                   PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
+QVCAPI_API void qvfake_set_pkup_hook(QVFAKE_POLICY_HOOK hook, void* user);
+
 QVCAPI_END_C
