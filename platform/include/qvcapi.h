@@ -5,3 +5,4 @@
 #include "qvcapi/cert.h"
 #include "qvcapi/support.h"
 #include "qvcapi/policy.h"
+#include "qvcapi/prov.h"

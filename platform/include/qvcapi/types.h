@@ -37,9 +37,17 @@ typedef const void* LPCVOID;
 typedef void* HANDLE;
 typedef unsigned int UINT;
 
-typedef ULONG_PTR HCRYPTPROV;
-typedef ULONG_PTR HCRYPTKEY;
-typedef ULONG_PTR HCRYPTHASH;
+// Provider, key and hash handles: pointer-wide, spelled unsigned long long on 64-bit and
+// unsigned long on 32-bit, as the stack's callers declare them.
+#if UINTPTR_MAX > 0xFFFFFFFFu
+typedef unsigned long long HCRYPTPROV;
+typedef unsigned long long HCRYPTKEY;
+typedef unsigned long long HCRYPTHASH;
+#else
+typedef unsigned long HCRYPTPROV;
+typedef unsigned long HCRYPTKEY;
+typedef unsigned long HCRYPTHASH;
+#endif
 typedef void* HCERTSTORE;
 
 #ifndef TRUE
