@@ -6,6 +6,7 @@
 #include "rt_der_walk.h"
 #include "support/testsupport.h"
 
+#include <algorithm>
 #include <cctype>
 #include <cstring>
 #include <string>
@@ -481,7 +482,7 @@ TEST_F(RtCharStr, StringsOfRealCertificatesRoundTrip) {
         rtwalk::walk(der, [&](const rtwalk::Element& e) {
             if (e.tagOctet == 0x0C) {
                 Bytes text(e.data, e.data + e.size);
-                if (memchr(text.data(), 0, text.size()) != nullptr)
+                if (std::find(text.begin(), text.end(), 0) != text.end())
                     return;
                 text.push_back(0);
                 const int len = rtUTF8Len(text.data());
