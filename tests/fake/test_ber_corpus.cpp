@@ -1,0 +1,86 @@
+// The BER primitives over every real-world file of the corpus: a generic walk reads each
+// one to its end, malformed files end in a status, and DER files written back with the
+// encoding primitives come out byte for byte as they went in.
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include "asn1rt/ber.h"
+#include "support/testsupport.h"
+
+namespace {
+
+struct Context {
+    ASN1CTXT c;
+    Context() { EXPECT_EQ(rtInitContext(&c, nullptr), 0); }
+    ~Context() { rtFreeContext(&c); }
+};
+
+const char* const kKinds[] = {"cert", "crl", "csr", "cms", "ocsp", "tsp", "cmp", "gost", "other"};
+
+bool isBad(const std::string& path) { return path.find("/bad/") != std::string::npos; }
+
+}  // namespace
+
+TEST(BerCorpus, GoodFilesWalkToTheEndAndDerFilesWriteBackUnchanged)
+{
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    // The runtime lives on the C library alone: the platform's thread state stays as it was.
+    SetLastError(4321);
+    int good = 0, der = 0, ber = 0, trailing = 0, bad = 0, badFailed = 0;
+    for (const char* kind : kKinds) {
+        for (const std::string& path : testsupport::corpusFiles(kind)) {
+            std::vector<uint8_t> bytes = testsupport::readFile(path);
+            if (isBad(path)) {
+                // Malformed on purpose: any status will do, as long as nothing breaks.
+                Context ctx;
+                asn1rt::BerWalk walk;
+                int st = asn1rt::berWalk(&ctx.c, bytes.data(), (int)bytes.size(), walk);
+                ++bad;
+                if (st != 0)
+                    ++badFailed;
+                continue;
+            }
+            ++good;
+            Context ctx;
+            asn1rt::BerWalk walk;
+            int st = asn1rt::berWalk(&ctx.c, bytes.data(), (int)bytes.size(), walk);
+            ASSERT_EQ(st, 0) << path;
+            ASSERT_GT(walk.count, 0u) << path;
+            ASSERT_LE(walk.consumed, bytes.size()) << path;
+            if (walk.consumed < bytes.size())
+                ++trailing;
+            if (!walk.der) {
+                ++ber;
+                // Written back, BER comes out in definite form, and that form is stable.
+                int len = asn1rt::berWriteBack(&ctx.c, walk);
+                ASSERT_GT(len, 0) << path;
+                std::vector<uint8_t> once(xe_getp(&ctx.c), xe_getp(&ctx.c) + len);
+                Context again;
+                asn1rt::BerWalk second;
+                ASSERT_EQ(asn1rt::berWalk(&again.c, once.data(), (int)once.size(), second), 0) << path;
+                EXPECT_EQ(second.count, walk.count) << path;
+                EXPECT_EQ(second.consumed, once.size()) << path;
+                int len2 = asn1rt::berWriteBack(&again.c, second);
+                ASSERT_EQ(len2, len) << path;
+                EXPECT_EQ(testsupport::toHex(xe_getp(&again.c), len2), testsupport::toHex(once.data(), once.size()))
+                    << path;
+                continue;
+            }
+            ++der;
+            int len = asn1rt::berWriteBack(&ctx.c, walk);
+            ASSERT_EQ(len, (int)walk.consumed) << path;
+            std::vector<uint8_t> back(xe_getp(&ctx.c), xe_getp(&ctx.c) + len);
+            std::vector<uint8_t> first(bytes.begin(), bytes.begin() + walk.consumed);
+            ASSERT_EQ(testsupport::toHex(back.data(), back.size()),
+                      testsupport::toHex(first.data(), first.size()))
+                << path;
+        }
+    }
+    std::printf("[ corpus ] %d good files (%d DER written back unchanged, %d BER only, %d with "
+                "trailing octets), %d malformed (%d refused)\n",
+                good, der, ber, trailing, bad, badFailed);
+    EXPECT_GT(good, 0);
+    EXPECT_GT(der, 0);
+    EXPECT_EQ(GetLastError(), 4321u);
+}
