@@ -34,9 +34,8 @@ std::vector<uint8_t> usagePeriod(const std::string& notBefore, const std::string
     };
     add(0x80, notBefore);
     add(0x81, notAfter);
-    std::vector<uint8_t> out{0x30, static_cast<uint8_t>(body.size())};
-    out.insert(out.end(), body.begin(), body.end());
-    return out;
+    body.insert(body.begin(), {0x30, static_cast<uint8_t>(body.size())});
+    return body;
 }
 
 // FILETIME ticks of a UTC date at midnight.
