@@ -28,7 +28,7 @@ for f in "$SRC"/fuzz/fuzz_*.cpp; do
     ALL="$ALL $(basename "$f" .cpp)"
 done
 TARGETS=${TARGETS:-$ALL}
-if [ -z "$(echo $TARGETS)" ]; then
+if [ -z "$(printf '%s' "$TARGETS" | tr -d ' ')" ]; then
     echo "no fuzz targets under $SRC/fuzz" >&2
     exit 2
 fi
