@@ -425,6 +425,20 @@ TEST_F(SignaturePolicy, KeyUsageLargerThan32BytesIsDecodedOnceMoreIntoTheStringB
     }
 }
 
+TEST_F(SignaturePolicy, KeyUsageSizeBeyondAStringIsRefusedBeforeAnyAllocation) {
+    FakeCert cert;
+    cert.addExtension(szOID_KEY_USAGE, keyUsage(0x80));
+    FakeChain chain({cert.context()});
+    BigDecode d;
+    d.need = 0xFFFFFFF0u;
+    qvfake_set_decode_hook(bigDecodeHook, &d);
+    Result r = runSignature(chain.get(), &para, false);
+    EXPECT_EQ(r.ok, FALSE);
+    EXPECT_EQ(r.lastError, 0x80070057u);
+    EXPECT_EQ(d.calls, 1);
+    EXPECT_EQ(heap.allocations + heap.reallocations, 0);
+}
+
 TEST_F(SignaturePolicy, KeyUsageThatFitsIsDecodedOnceWithoutTheFallbackBuffer) {
     FakeCert cert;
     cert.addExtension(szOID_KEY_USAGE, keyUsage(0x80));

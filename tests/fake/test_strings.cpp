@@ -277,6 +277,11 @@ TEST(DefaultStringManager, UsesTheCHeap) {
     heap.Free(p);
 }
 
+TEST(DefaultStringManagerDeathTest, CrtHeapCannotTellASizeAndEndsTheProcess) {
+    ATL::CCRTHeap heap;
+    EXPECT_DEATH(heap.GetSize(nullptr), "");
+}
+
 TEST(TempBuffer, InnerBufferUntilItsSizeThenTheHeap) {
     ATL2::CTempBufferEx<char, 256> buf;
     char* inner = buf.Reallocate(256);
