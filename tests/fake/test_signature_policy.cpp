@@ -574,3 +574,89 @@ TEST_F(UsagePeriod, OpenBoundsAndNowAndMalformedValues) {
 }
 
 }  // namespace
+
+namespace {
+
+// The stand-in's Key Usage decoding under the size protocol.
+TEST(KeyUsageDecoding, SizeProtocolAndNoCopy) {
+    qvfake_reset();
+    const std::vector<uint8_t> value = hex("03020186");  // one unused bit, byte 0x86
+    const DWORD enc = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
+
+    // NOCOPY: the record alone, pointing into the caller's bytes.
+    DWORD cb = 0;
+    ASSERT_EQ(CryptDecodeObject(enc, szOID_KEY_USAGE, value.data(), 4, CRYPT_DECODE_NOCOPY_FLAG, nullptr, &cb), TRUE);
+    EXPECT_EQ(cb, sizeof(CRYPT_BIT_BLOB));
+    CRYPT_BIT_BLOB blob{};
+    cb = sizeof blob - 1;
+    SetLastError(0);
+    EXPECT_EQ(CryptDecodeObject(enc, szOID_KEY_USAGE, value.data(), 4, CRYPT_DECODE_NOCOPY_FLAG, &blob, &cb), FALSE);
+    EXPECT_EQ(GetLastError(), ERROR_MORE_DATA);
+    EXPECT_EQ(cb, sizeof(CRYPT_BIT_BLOB));
+    ASSERT_EQ(CryptDecodeObject(enc, szOID_KEY_USAGE, value.data(), 4, CRYPT_DECODE_NOCOPY_FLAG, &blob, &cb), TRUE);
+    EXPECT_EQ(blob.cbData, 1u);
+    EXPECT_EQ(blob.cUnusedBits, 1u);
+    EXPECT_EQ(blob.pbData, value.data() + 3);
+
+    // Copying: the bits follow the record in the caller's buffer.
+    cb = 0;
+    ASSERT_EQ(CryptDecodeObject(enc, szOID_KEY_USAGE, value.data(), 4, 0, nullptr, &cb), TRUE);
+    EXPECT_EQ(cb, sizeof(CRYPT_BIT_BLOB) + 1);
+    std::vector<uint8_t> out(cb);
+    ASSERT_EQ(CryptDecodeObject(enc, szOID_KEY_USAGE, value.data(), 4, 0, out.data(), &cb), TRUE);
+    CRYPT_BIT_BLOB copied;
+    std::memcpy(&copied, out.data(), sizeof copied);
+    EXPECT_EQ(copied.pbData, out.data() + sizeof(CRYPT_BIT_BLOB));
+    EXPECT_EQ(copied.pbData[0], 0x86);
+
+    // Not a KeyUsage value.
+    struct Bad {
+        const char* hex;
+    } bad[] = {{"0400"}, {"0300"}, {"030108"}, {"03020880"}, {"0302"}, {"0302018600"}, {"03820001"}};
+    for (const Bad& b : bad) {
+        SCOPED_TRACE(b.hex);
+        const std::vector<uint8_t> v = hex(b.hex);
+        cb = sizeof blob;
+        SetLastError(0);
+        EXPECT_EQ(CryptDecodeObject(enc, szOID_KEY_USAGE, v.data(), static_cast<DWORD>(v.size()),
+                                    CRYPT_DECODE_NOCOPY_FLAG, &blob, &cb),
+                  FALSE);
+        EXPECT_EQ(GetLastError(), 0x8009310Bu);
+    }
+}
+
+TEST(UsagePeriodPolicy, RecordsAreChecked) {
+    qvfake_reset();
+    FakeCert cert;
+    FakeChain chain({cert.context()});
+    CERT_CHAIN_POLICY_PARA para{sizeof para, 0, nullptr};
+    ExtraStatus extra{sizeof extra, 9, 9, 9};
+    CERT_CHAIN_POLICY_STATUS status{sizeof status, 9, 9, 9, &extra};
+    EXPECT_EQ(CertDllVerifyPrivateKeyUsagePeriodCertificateChainPolicy(nullptr, chain.get(), &para, &status), TRUE);
+    EXPECT_EQ(status.dwError, 0u);
+    EXPECT_EQ(status.lChainIndex, -1);
+    EXPECT_EQ(extra.dwError, 0u);
+    EXPECT_EQ(extra.lElementIndex, -1);
+
+    struct Case {
+        const char* name;
+        DWORD statusSize, paraSize, extraParaSize, extraStatusSize;
+    } cases[] = {
+        {"status", sizeof status + 4, sizeof para, sizeof(ExtraPara), sizeof extra},
+        {"para", sizeof status, sizeof para - 4, sizeof(ExtraPara), sizeof extra},
+        {"extra para", sizeof status, sizeof para, 0, sizeof extra},
+        {"extra status", sizeof status, sizeof para, sizeof(ExtraPara), 12},
+    };
+    for (const Case& c : cases) {
+        SCOPED_TRACE(c.name);
+        ExtraPara extraPara{c.extraParaSize, nullptr};
+        para = CERT_CHAIN_POLICY_PARA{c.paraSize, 0, &extraPara};
+        extra.cbSize = c.extraStatusSize;
+        status.cbSize = c.statusSize;
+        SetLastError(0);
+        EXPECT_EQ(CertDllVerifyPrivateKeyUsagePeriodCertificateChainPolicy(nullptr, chain.get(), &para, &status), FALSE);
+        EXPECT_EQ(GetLastError(), 87u);
+    }
+}
+
+}  // namespace
