@@ -183,7 +183,8 @@ int xd_tag_len(ASN1CTXT* pctxt, ASN1TAG* tag, int* len, int mode)
     int lenValue = 0;
     int stat = readIdentifier(pctxt, &t);
     if (stat == 0) {
-        *tag = t;
+        if (tag)
+            *tag = t;
         if (pctxt->bufIndex >= pctxt->bufSize) {
             stat = RT_E_END_OF_BUFFER;
         } else {
