@@ -72,8 +72,8 @@ private:
         m_high = static_cast<uint32_t>(ticks >> 32);
         m_low = static_cast<uint32_t>(ticks);
     }
-    _SYSTEMTIME fields() const;
-    CDateTime shiftedByZone(bool toLocal) const;
+    CHAINVET_HIDDEN _SYSTEMTIME fields() const;
+    CHAINVET_HIDDEN CDateTime shiftedByZone(bool toLocal) const;
 
     uint32_t m_high;
     uint32_t m_low;

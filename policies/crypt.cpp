@@ -10,8 +10,6 @@ CCryptKey CCryptKey::EmptyKey;
 
 namespace ATL2 {
 ATL::CCryptProv EmptyProv;
-template class CCryptProviderTypesEnumT<char>;
-template class CCryptProvidersEnumT<char>;
 }  // namespace ATL2
 
 namespace Quorvane {
