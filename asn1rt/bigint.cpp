@@ -2,6 +2,7 @@
 // to two's-complement octets and back to text.
 #include "asn1rt/bigint.h"
 
+#include <limits.h>
 #include <stdlib.h>
 #include <string.h>
 
@@ -370,7 +371,8 @@ int rtBigIntDigitsNum(const ASN1BigInt* value, int radix) {
     if (value == nullptr || radix < 2 || radix / 2 > 8 || kBitsPerDigit[radix / 2] == 0)
         return 0;
     long long octs = value->numOcts > 0 ? value->numOcts : 0;
-    return static_cast<int>(((octs << 13) + 8192) / kBitsPerDigit[radix / 2]);
+    long long digits = ((octs << 13) + 8192) / kBitsPerDigit[radix / 2];
+    return digits > INT_MAX ? INT_MAX : static_cast<int>(digits);
 }
 
 int rtBigIntToString(ASN1CTXT* ctxt, const ASN1BigInt* value, int radix, char* destination, size_t capacity) {

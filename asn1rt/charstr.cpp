@@ -168,10 +168,15 @@ int rtCopyOpenTypeExt(ASN1CTXT* ctxt, const struct _Asn1RTDList* source, struct 
         if (copy == nullptr)
             return 0;
         copy->numocts = value->numocts;
-        copy->data = value->numocts != 0
-                         ? static_cast<const ASN1OCTET*>(heapCopy(ctxt, value->data, value->numocts))
-                         : nullptr;
-        rtDListAppend(ctxt, target, copy);
+        copy->data = nullptr;
+        if (value->numocts != 0) {
+            // A record whose octets could not be copied is not added at all.
+            copy->data = static_cast<const ASN1OCTET*>(heapCopy(ctxt, value->data, value->numocts));
+            if (copy->data == nullptr)
+                return 0;
+        }
+        if (rtDListAppend(ctxt, target, copy) == nullptr)
+            return 0;
     }
     return 1;
 }

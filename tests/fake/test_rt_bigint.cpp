@@ -457,6 +457,46 @@ TEST_F(RtBigInt, LargeValuesRoundTripBetweenRadices) {
     rtBigIntFree(&ctxt, &octal);
 }
 
+// Makes every allocation of the runtime's heaps fail while it lives.
+class FailingAllocator {
+public:
+    FailingAllocator() : m_saved(g_malloc_func) {
+        g_malloc_func = [](void*, size_t) -> void* { return nullptr; };
+    }
+    ~FailingAllocator() { g_malloc_func = m_saved; }
+
+private:
+    rtMallocFunc m_saved;
+};
+
+TEST_F(RtBigInt, RefusedHeapIsRecordedAsNoMemory) {
+    {
+        FailingAllocator failing;
+        EXPECT_EQ(RT_E_NO_MEMORY, rtBigIntSetStr(&ctxt, &value, "0x7f", 0));
+        EXPECT_EQ(nullptr, value.mag);
+        EXPECT_EQ(0, value.capacity);
+    }
+    EXPECT_EQ(RT_E_NO_MEMORY, ctxt.errInfo.status);
+    rtErrReset(&ctxt.errInfo);
+    set("-255");
+    char out[16];
+    {
+        FailingAllocator failing;
+        // The decimal text works on a heap copy.
+        EXPECT_EQ(RT_E_NO_MEMORY, rtBigIntToString(&ctxt, &value, 10, out, sizeof out));
+        // Local storage that is large enough needs no heap.
+        uint8_t local[4];
+        ASN1BigInt v;
+        rtBigIntInit(&v);
+        v.mag = local;
+        v.capacity = sizeof local;
+        EXPECT_EQ(0, rtBigIntSetStr(&ctxt, &v, "65535", 10));
+        EXPECT_EQ(0, rtBigIntToString(&ctxt, &v, 16, out, sizeof out));
+        EXPECT_STREQ("00ffff", out);
+    }
+    EXPECT_EQ(RT_E_NO_MEMORY, ctxt.errInfo.status);
+}
+
 TEST_F(RtBigInt, FailuresLeaveTheLastErrorAlone) {
     SetLastError(4321);
     EXPECT_EQ(RT_E_BAD_VALUE, rtBigIntSetStr(&ctxt, &value, "", 0));

@@ -197,6 +197,67 @@ TEST_F(RtCharStr, CopyOpenTypeExtSkipsNodesWithoutData) {
     EXPECT_EQ(0, rtCopyOpenTypeExt(&ctxt, &src, nullptr));
 }
 
+// Lets the first `allowed` allocations of the runtime's heaps through and refuses the
+// rest while it lives.
+class RationedAllocator {
+public:
+    explicit RationedAllocator(int allowed) : m_saved(g_malloc_func) {
+        s_left = allowed;
+        s_next = m_saved;
+        g_malloc_func = [](void* mc, size_t n) -> void* { return s_left-- > 0 ? s_next(mc, n) : nullptr; };
+    }
+    ~RationedAllocator() { g_malloc_func = m_saved; }
+
+private:
+    static int s_left;
+    static rtMallocFunc s_next;
+    rtMallocFunc m_saved;
+};
+int RationedAllocator::s_left = 0;
+rtMallocFunc RationedAllocator::s_next = nullptr;
+
+TEST_F(RtCharStr, RefusedHeapFailsTheCopies) {
+    RationedAllocator none(0);
+    const uint8_t octs[] = {1, 2, 3};
+    ASN1TDynOctStr osrc{3, octs}, odst{};
+    EXPECT_EQ(0, rtCopyDynOctStr(&ctxt, &osrc, &odst));
+    EXPECT_EQ(nullptr, odst.data);
+    ASN1TDynOctStr oempty{0, octs};
+    EXPECT_EQ(1, rtCopyDynOctStr(&ctxt, &oempty, &odst));  // nothing to allocate
+    char* text = nullptr;
+    EXPECT_EQ(0, rtCopyCharStr(&ctxt, "abc", &text));
+    EXPECT_EQ(nullptr, text);
+    const unsigned char utf8[] = "abc";
+    EXPECT_EQ(nullptr, rtUTF8Strdup(&ctxt, utf8));
+    Asn132BitCharString ucs{};
+    EXPECT_EQ(nullptr, rtCToUCSString(&ctxt, "abc", &ucs, nullptr));
+    EXPECT_EQ(0u, ucs.nchars);
+    // Copies into the caller's buffer need no heap.
+    uint8_t dst[3];
+    ASN1UINT n = 0;
+    EXPECT_EQ(1, rtCopyOctStr(&ctxt, 3, octs, &n, dst));
+    EXPECT_EQ(0, ctxt.errInfo.status);
+}
+
+TEST_F(RtCharStr, CopyOpenTypeExtKeepsWhatWasAddedBeforeAFailure) {
+    const Bytes a = hex("020101"), b = hex("0500");
+    ASN1OpenType va{static_cast<ASN1UINT>(a.size()), a.data()};
+    ASN1OpenType vb{static_cast<ASN1UINT>(b.size()), b.data()};
+    Asn1RTDList src;
+    rtDListInit(&src);
+    ASSERT_NE(nullptr, rtDListAppend(&ctxt, &src, &va));
+    ASSERT_NE(nullptr, rtDListAppend(&ctxt, &src, &vb));
+    Asn1RTDList dst;
+    {
+        // The record, its octets and its node for the first element; the second record fails.
+        RationedAllocator three(3);
+        EXPECT_EQ(0, rtCopyOpenTypeExt(&ctxt, &src, &dst));
+    }
+    ASSERT_EQ(1u, dst.count);
+    const auto* ca = static_cast<const ASN1OpenType*>(dst.head->data);
+    EXPECT_EQ("020101", lowerHex(ca->data, ca->numocts));
+}
+
 // ---- 8-bit, wide and 32-bit strings ---------------------------------------------------
 
 std::vector<uint32_t> chars(const Asn132BitCharString& s) {
