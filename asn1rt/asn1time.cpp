@@ -936,6 +936,9 @@ int ASN1CUTCTime::parseString(const char* string) {
 
 int ASN1CUTCTime::compileString() {
     if (year < 0 || month < 1 || day < 1 || hour < 0 || minute < 0) return fail(kBadTime);
+    // UTCTime has no local form.  Refused before the storage is touched, so that the
+    // caller's text stays as it was.
+    if (!derRules && !utc && diffHour == 0 && diffMinute == 0) return fail(kBadTime);
     int cap = 0;
     char* out = textStorage(cap);
 
@@ -947,8 +950,6 @@ int ASN1CUTCTime::compileString() {
     int n = snprintf(buf, sizeof buf, "%.2d%.2d%.2d%.2d%.2d%.2d", y % 100, mo, d, h, mi, s);
     if (derRules || utc) {
         snprintf(buf + n, sizeof buf - (size_t)n, "Z");
-    } else if (diffHour == 0 && diffMinute == 0) {
-        return fail(kBadTime);  // UTCTime has no local form
     } else {
         snprintf(buf + n, sizeof buf - (size_t)n, "%c%.2d%.2d", diffHour > 0 ? '+' : '-',
                  iabs(diffHour), iabs(diffMinute));

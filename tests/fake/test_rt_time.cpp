@@ -420,6 +420,7 @@ TEST_F(UtcZone, UtcTimeLocalFormIsRefused) {
     EXPECT_STREQ("240101120000+0100", text);
     EXPECT_EQ(0, t.setDiff(0)) << "the setter itself succeeds";
     EXPECT_EQ(-31, t.getStatus()) << "but the rebuild of a local UTCTime fails";
+    EXPECT_STREQ("240101120000+0100", text) << "and leaves the text as it was";
     EXPECT_EQ(0, t.setUTC(0)) << "no flag and no difference: nothing happens";
     EXPECT_EQ(-31, t.compileString()) << "UTCTime has no local form";
     EXPECT_EQ(0, t.setUTC(1));
