@@ -72,8 +72,8 @@ struct Hash {
 
 std::mutex g_lock;
 std::set<const void*>& liveObjects() {
-    static std::set<const void*> live;
-    return live;
+    static auto* live = new std::set<const void*>;  // outlives every static destructor
+    return *live;
 }
 
 bool fail(DWORD error) {
@@ -385,10 +385,12 @@ BOOL CryptDestroyKey(HCRYPTKEY hKey) {
 
 HCRYPTPROV QVCAPI_I_CryptGetDefaultCryptProv(ALG_ID algId) {
     static std::mutex cacheLock;
-    static std::map<ALG_ID, Context*> cache;  // one reference each, for the process
+    // One reference each, held for the life of the process: never destroyed, so that
+    // no context goes away under a late caller during exit.
+    static auto* cache = new std::map<ALG_ID, Context*>;
     std::lock_guard<std::mutex> g(cacheLock);
-    auto it = cache.find(algId);
-    if (it == cache.end()) {
+    auto it = cache->find(algId);
+    if (it == cache->end()) {
         const ProvDef* chosen = nullptr;
         for (const ProvDef& p : providers())
             if (algOf(&p, algId) != nullptr) {
@@ -399,7 +401,7 @@ HCRYPTPROV QVCAPI_I_CryptGetDefaultCryptProv(ALG_ID algId) {
             SetLastError(static_cast<DWORD>(NTE_BAD_ALGID));
             return 0;
         }
-        it = cache.emplace(algId, newContext(chosen)).first;
+        it = cache->emplace(algId, newContext(chosen)).first;
     }
     ++it->second->refs;
     return handleOf(it->second);
