@@ -289,6 +289,13 @@ TEST_F(RtLists, ToArray)
     EXPECT_EQ(blockOf(arr)->size, 3 * sizeof(int));
     EXPECT_EQ(static_cast<int*>(arr)[0], 10);
     EXPECT_EQ(static_cast<int*>(arr)[2], 30);
+    // The new array cannot be had: -12, the array pointer as it was, the error block untouched.
+    arr = small;
+    cap = 2;
+    alloc.failNext();
+    EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, &cap, sizeof(int)), RT_E_NO_MEMORY);
+    EXPECT_EQ(arr, static_cast<void*>(small));
+    EXPECT_EQ(ctxt.errInfo.status, 0);
     rtDListFreeNodes(&ctxt, &list);
 }
 

@@ -188,6 +188,16 @@ TEST_F(RtStream, ReadOnAnOutputStreamIsNotReady)
     EXPECT_EQ(rtStreamGetIOBytes(&ctxt), 5);
 }
 
+TEST_F(RtStream, TheFirstStreamFailureIsKept)
+{
+    EXPECT_EQ(rtStreamFlush(&ctxt), -30);
+    EXPECT_EQ(rtStreamRead(&ctxt, nullptr, 0), -32);
+    EXPECT_EQ(rtStreamWrite(&ctxt, nullptr, 0), -32);
+    EXPECT_EQ(rtStreamBufClose(&ctxt), -30);
+    EXPECT_EQ(rtStreamClose(&ctxt), -32);
+    EXPECT_EQ(ctxt.errInfo.status, -30);
+}
+
 TEST_F(RtStream, GetIOBytesWithoutAStream)
 {
     EXPECT_EQ(rtStreamGetIOBytes(&ctxt), RT_E_NOT_READY);
