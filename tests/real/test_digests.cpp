@@ -4,6 +4,7 @@
 #include "support/testsupport.h"
 
 #include <cctype>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -172,6 +173,122 @@ TEST(Digests, OidToAlgId) {
     for (const Row& r : rows)
         EXPECT_EQ(CertOIDToAlgId(r.oid), r.alg) << r.oid;
     EXPECT_EQ(CertOIDToAlgId(nullptr), 0u);
+}
+
+// ---------------------------------------------------------------- real-world digests
+
+// One definite-length TLV; false at the end or on anything malformed.
+struct Tlv {
+    uint8_t tag = 0;
+    const uint8_t* value = nullptr;
+    size_t length = 0;
+};
+
+bool readTlv(const uint8_t*& p, const uint8_t* end, Tlv& out) {
+    if (end - p < 2)
+        return false;
+    out.tag = *p++;
+    size_t len = *p++;
+    if (len & 0x80) {
+        const size_t n = len & 0x7F;
+        if (n == 0 || n > 4 || static_cast<size_t>(end - p) < n)
+            return false;
+        len = 0;
+        for (size_t i = 0; i < n; ++i)
+            len = (len << 8) | *p++;
+    }
+    if (static_cast<size_t>(end - p) < len)
+        return false;
+    out.value = p;
+    out.length = len;
+    p += len;
+    return true;
+}
+
+// The children of a constructed TLV.
+std::vector<Tlv> children(const Tlv& t) {
+    std::vector<Tlv> out;
+    const uint8_t* p = t.value;
+    const uint8_t* end = t.value + t.length;
+    Tlv c;
+    while (p < end && readTlv(p, end, c))
+        out.push_back(c);
+    return out;
+}
+
+std::string dottedOid(const Tlv& t) {
+    std::string s;
+    unsigned long arc = 0;
+    bool first = true;
+    for (size_t i = 0; i < t.length; ++i) {
+        arc = (arc << 7) | (t.value[i] & 0x7F);
+        if (t.value[i] & 0x80)
+            continue;
+        if (first) {
+            const unsigned long top = arc < 80 ? arc / 40 : 2;
+            s = std::to_string(top) + "." + std::to_string(arc - top * 40);
+            first = false;
+        } else {
+            s += "." + std::to_string(arc);
+        }
+        arc = 0;
+    }
+    return s;
+}
+
+struct Digested {
+    std::string alg;
+    std::vector<uint8_t> content, digest;
+};
+
+// ContentInfo { id-digestedData, [0] DigestedData { version, digestAlgorithm,
+// encapContentInfo { type, [0] { OCTET STRING } }, digest } }.
+bool readDigestedData(const std::vector<uint8_t>& der, Digested& out) {
+    const uint8_t* p = der.data();
+    Tlv top;
+    if (!readTlv(p, der.data() + der.size(), top) || top.tag != 0x30)
+        return false;
+    const std::vector<Tlv> ci = children(top);
+    if (ci.size() != 2 || ci[0].tag != 0x06 || dottedOid(ci[0]) != "1.2.840.113549.1.7.5" || ci[1].tag != 0xA0)
+        return false;
+    const std::vector<Tlv> wrapper = children(ci[1]);
+    if (wrapper.size() != 1 || wrapper[0].tag != 0x30)
+        return false;
+    const std::vector<Tlv> dd = children(wrapper[0]);
+    if (dd.size() != 4 || dd[1].tag != 0x30 || dd[2].tag != 0x30 || dd[3].tag != 0x04)
+        return false;
+    const std::vector<Tlv> alg = children(dd[1]);
+    const std::vector<Tlv> encap = children(dd[2]);
+    if (alg.empty() || alg[0].tag != 0x06 || encap.size() != 2 || encap[1].tag != 0xA0)
+        return false;
+    const std::vector<Tlv> octets = children(encap[1]);
+    if (octets.size() != 1 || octets[0].tag != 0x04)
+        return false;
+    out.alg = dottedOid(alg[0]);
+    out.content.assign(octets[0].value, octets[0].value + octets[0].length);
+    out.digest.assign(dd[3].value, dd[3].value + dd[3].length);
+    return true;
+}
+
+// The DigestedData objects of the corpus carry the digest of their content: SHA-1 from
+// two projects, GOST R 34.11-2012 (256) from another.
+TEST(Digests, CorpusDigestedData) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    std::map<std::string, size_t> checked;
+    for (const char* folder : {"cms", "gost"}) {
+        for (const std::string& path : testsupport::corpusFiles(folder)) {
+            Digested d;
+            if (!readDigestedData(testsupport::readFile(path), d))
+                continue;
+            const ALG_ID alg = CertOIDToAlgId(d.alg.c_str());
+            ASSERT_NE(alg, 0u) << path << " " << d.alg;
+            EXPECT_EQ(hexOf(MakeHash(0, alg, blobOf(d.content), nullptr)), lower(toHex(d.digest.data(), d.digest.size())))
+                << path;
+            ++checked[d.alg];
+        }
+    }
+    EXPECT_GE(checked["1.3.14.3.2.26"], 2u);
+    EXPECT_GE(checked["1.2.643.7.1.1.2.2"], 1u);
 }
 
 }  // namespace
