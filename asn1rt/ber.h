@@ -215,6 +215,7 @@ struct BerWalk {
     ASN1UINT consumed = 0;   // octets of the first element
     ASN1UINT maxDepth = 0;
     bool der = true;         // minimal definite forms only: writing back gives the input
+    ASN1UINT segmented = 0;  // constructed strings met; each goes back as one primitive
     int status = 0;
 };
 

@@ -233,7 +233,9 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
         case ASN_ID_OCTSTR:
         case ASN_ID_BMPString:
         case ASN_ID_UniversalString:
-            if ((number == ASN_ID_BMPString && length % 2) || (number == ASN_ID_UniversalString && length % 4))
+            // An empty BIT STRING lacks its unused-bits octet; odd wide strings lose octets.
+            if ((number == ASN_ID_BITSTR && length == 0) || (number == ASN_ID_BMPString && length % 2) ||
+                (number == ASN_ID_UniversalString && length % 4))
                 w.der = false;
             return readWholeString(index, tag, length);
         default:
@@ -295,6 +297,7 @@ int Walker::readElement()
         // A string in segments is read whole; when the readers refuse its shape, the
         // segments are walked as elements instead.
         w.der = false;
+        ++w.segmented;
         RtBufferState state;
         xu_SaveBufferState(c, &state);
         const int errBefore = c->errInfo.status;

@@ -24,6 +24,21 @@ int writeOctets(ASN1CTXT* pctxt, const Octets& o)
     return xe_memcpy(pctxt, o.data(), o.size());
 }
 
+// Shortest unsigned form: octets up to the last one under 256, then 00 in front of a
+// top bit.
+Octets unsignedOctets(ASN1UINT v)
+{
+    Octets o;
+    while (v >= 256) {
+        o.push((ASN1OCTET)v);
+        v >>= 8;
+    }
+    o.push((ASN1OCTET)v);
+    if (o.top() & 0x80)
+        o.push(0x00);
+    return o;
+}
+
 }  // namespace
 
 extern "C" {
@@ -265,23 +280,6 @@ int xe_integer(ASN1CTXT* pctxt, const ASN1INT* value, int tagging)
         return xe_tag_len(pctxt, ASN_ID_INT, len);
     return len;
 }
-
-namespace {
-
-Octets unsignedOctets(ASN1UINT v)
-{
-    Octets o;
-    while (v >= 256) {
-        o.push((ASN1OCTET)v);
-        v >>= 8;
-    }
-    o.push((ASN1OCTET)v);
-    if (o.top() & 0x80)
-        o.push(0x00);
-    return o;
-}
-
-}  // namespace
 
 int xe_unsigned(ASN1CTXT* pctxt, const ASN1UINT* value, int tagging)
 {

@@ -1,0 +1,105 @@
+// Arbitrary input through the BER primitives: the generic walk with every value reader,
+// the write-back with the encoders, and the navigation functions on their own.
+//
+// The first octet picks context flags (shared input, unchecked lengths); the rest is the
+// message.  Beyond "no crash, no leak, no read past the end", two properties hold and
+// trap when broken: a walk that calls its input DER writes it back unchanged, and a
+// written-back tree walks again to the same octets (unless it held strings in segments,
+// which flatten one level per round).
+#include <stddef.h>
+#include <stdint.h>
+#include <string.h>
+
+#include <vector>
+
+#include "asn1rt/ber.h"
+
+namespace {
+
+struct Context {
+    ASN1CTXT c;
+    bool ok;
+    Context() { ok = rtInitContext(&c, nullptr) == 0; }
+    ~Context() { rtFreeContext(&c); }
+};
+
+void navigate(const uint8_t* msg, int size, ASN1USINT flags)
+{
+    Context ctx;
+    if (!ctx.ok)
+        return;
+    ASN1TAG tag = 0;
+    int len = 0;
+    if (xd_setp(&ctx.c, msg, size, &tag, &len) != 0)
+        return;
+    ctx.c.flags |= flags;
+    int count = 0;
+    (void)xd_count(&ctx.c, len, &count);
+    // Every element in turn by seeking, then the open-type reader over what is left.
+    for (int k = 0; k < 64; ++k) {
+        if (xd_match(&ctx.c, tag, &len, k == 0 ? RT_MATCH_SEEK : RT_MATCH_SEEK | RT_MATCH_SKIP_FIRST) != 0)
+            break;
+    }
+    ctx.c.bufIndex = 0;
+    Asn1RTDList list;
+    rtDListInit(&list);
+    ASN1DecodeBlock block{0, len};
+    (void)xd_OpenTypeExt(&ctx.c, &block, 0xffffffffu, &list);
+    ctx.c.bufIndex = 0;
+    (void)xd_MovePastEOC(&ctx.c);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    if (size < 1 || size > (1u << 20))
+        return 0;
+    ASN1USINT flags = 0;
+    if (data[0] & 1)
+        flags |= RT_FLAG_SHARE_INPUT;
+    if (data[0] & 2)
+        flags |= RT_FLAG_LEN_UNCHECKED;
+    // An exact copy, so that a read one octet past the end is seen.
+    std::vector<uint8_t> msg(data + 1, data + size);
+    const int n = (int)msg.size();
+    const uint8_t* p = msg.empty() ? nullptr : msg.data();
+    if (!p)
+        return 0;
+
+    (void)xd_indeflen_ex(p, n);
+    navigate(p, n, flags);
+
+    Context enc;
+    if (enc.ok && xe_setp(&enc.c, nullptr, 64) == 0)
+        (void)xe_OpenType(&enc.c, p, (ASN1UINT)n);
+
+    Context ctx;
+    if (!ctx.ok)
+        return 0;
+    ctx.c.flags |= flags;
+    asn1rt::BerWalk walk;
+    int st = asn1rt::berWalk(&ctx.c, p, n, walk);
+    const bool der = st == 0 && walk.der;
+    const bool segmented = walk.segmented != 0;
+    const ASN1UINT consumed = walk.consumed;
+    int len = asn1rt::berWriteBack(&ctx.c, walk);
+    if (st != 0 || len <= 0)
+        return 0;
+    std::vector<uint8_t> once(xe_getp(&ctx.c), xe_getp(&ctx.c) + len);
+    if (der && (once.size() != consumed || memcmp(once.data(), p, consumed) != 0))
+        __builtin_trap();
+
+    Context again;
+    if (!again.ok)
+        return 0;
+    asn1rt::BerWalk second;
+    if (asn1rt::berWalk(&again.c, once.data(), (int)once.size(), second) != 0)
+        __builtin_trap();
+    int len2 = asn1rt::berWriteBack(&again.c, second);
+    if (segmented)
+        return 0;
+    if (len2 != len || memcmp(xe_getp(&again.c), once.data(), (size_t)len) != 0)
+        __builtin_trap();
+    return 0;
+}
