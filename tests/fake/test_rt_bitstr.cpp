@@ -296,4 +296,11 @@ TEST_F(BitStrTest, OwnContextWithoutBuffer) {
     EXPECT_EQ(0x20, data[0]);
 }
 
+TEST(BitStrLayout, Size) {
+    static_assert(sizeof(ASN1CBitStr) == (sizeof(void*) == 8 ? 80 : 44),
+                  "ASN1CType, own count, own data, data location, limit, count location, "
+                  "units used, units allocated, dynamic flag");
+    SUCCEED();
+}
+
 }  // namespace

@@ -298,4 +298,15 @@ TEST_F(SeqOfTest, IteratorRemoveSetInsert) {
     EXPECT_EQ("10,16,15,13", order(*l.getList()));
 }
 
+TEST(SeqOfLayout, Sizes) {
+    static_assert(sizeof(ASN1CSeqOfList) == (sizeof(void*) == 8 ? 40 : 24),
+                  "ASN1CType, list, modification count, flag");
+    static_assert(sizeof(ASN1CSeqOfListIterator) == (sizeof(void*) == 8 ? 32 : 20),
+                  "list object, next, last returned, expected count, status");
+    static_assert(sizeof(ASN1TSeqOfList) == sizeof(Asn1RTDList), "stands for the list");
+    static_assert(sizeof(ASN1TPDUSeqOfList) == sizeof(Asn1RTDList) + sizeof(void*),
+                  "the context pointer right behind the list header");
+    SUCCEED();
+}
+
 }  // namespace

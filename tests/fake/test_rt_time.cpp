@@ -653,6 +653,11 @@ TEST(AsnTimeLayout, FieldRecord) {
     static_assert(sizeof(RtTimeFields) == 38, "eight 16-bit fields, 21 octets, one flag");
     static_assert(offsetof(RtTimeFields, fraction) == 16, "fraction behind the fields");
     static_assert(offsetof(RtTimeFields, utc) == 37, "flag last");
+    // ASN1CType, eight 16-bit fields, fraction, three flags, the text variable and its
+    // capacity, 36 octets of own text and the pointer that stands in for copies.
+    static_assert(sizeof(ASN1CTime) == (sizeof(void*) == 8 ? 104 : 84), "time control layout");
+    static_assert(sizeof(ASN1CGeneralizedTime) == sizeof(ASN1CTime), "adds no field");
+    static_assert(sizeof(ASN1CUTCTime) == sizeof(ASN1CTime), "adds no field");
     SUCCEED();
 }
 
