@@ -290,6 +290,41 @@ TEST(DecodeBuffer, FindElementSearchesInTurn) {
     EXPECT_EQ(nullptr, dec.findElement(0x00000006u, len, 1));
 }
 
+// A decode buffer over the bytes of a certificate file: the outer element spans the file,
+// and a search for UTCTime or GeneralizedTime finds notBefore, then notAfter.
+TEST(DecodeBuffer, OverCorpusFiles) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    int found = 0;
+    for (const std::string& path : testsupport::corpusFiles("cert")) {
+        if (path.find("/bad/") != std::string::npos) continue;
+        const std::vector<uint8_t> der = testsupport::readFile(path);
+        if (der.size() < 4 || der[0] != 0x30) continue;
+        SCOPED_TRACE(path);
+        ASN1BERDecodeBuffer dec(der.data(), (int)der.size());
+        int len = 0;
+        ASSERT_EQ(der.data(), dec.findElement(0x20000010u, len, 1));
+        const int header = der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F);
+        EXPECT_EQ(der.size(), (size_t)(header + len));
+        const ASN1OCTET* first = dec.findElement(ASN_ID_UTCTime, len, 1);
+        ASN1TAG kind = ASN_ID_UTCTime;
+        if (!first) {
+            kind = ASN_ID_GeneralTime;
+            first = dec.findElement(kind, len, 1);
+        }
+        ASSERT_NE(nullptr, first);
+        EXPECT_EQ(kind, (ASN1TAG)first[0]);
+        const ASN1OCTET* second = dec.findElement(kind, len, 0);
+        if (!second && kind == ASN_ID_UTCTime) {
+            // notAfter past 2049 is a GeneralizedTime
+            second = dec.findElement(ASN_ID_GeneralTime, len, 1);
+        }
+        ASSERT_NE(nullptr, second);
+        EXPECT_GT(second, first);
+        ++found;
+    }
+    EXPECT_GT(found, 50);
+}
+
 TEST(ContextSharing, ControlSharesTheBuffersContext) {
     ASN1BERDecodeBuffer dec;
     ASN1CTXT* ctxt = dec.getCtxtPtr();
