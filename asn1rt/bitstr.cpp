@@ -416,7 +416,7 @@ int ASN1CBitStr::doAnd(const ASN1OCTET* pOctstr, ASN1UINT octsNumbits) {
     int n = unitsFor(octsNumbits);
     int m = n < mUnitsUsed ? n : mUnitsUsed;
     ASN1OCTET* d = *mpUnits;
-    for (int i = 0; i < m; ++i) d[i] &= operandOctet(pOctstr, i, octsNumbits);
+    for (int i = 0; i < m; ++i) d[i] &= pOctstr[i];
     if (mUnitsUsed > m) memset(d + m, 0, (size_t)(mUnitsUsed - m));
     mUnitsUsed = m;
     recalculateUnitsUsed();

@@ -255,6 +255,20 @@ TEST_F(BitStrTest, AndOrXorAndNot) {
     EXPECT_EQ(0, lim.length());
 }
 
+// AND works on whole octets of the operand; AND NOT clears only the operand's counted bits.
+TEST_F(BitStrTest, OperandOctetsAndCountedBits) {
+    ASN1CBitStr b(buf, 0u);
+    ASSERT_EQ(0, b.set(0, 16));
+    const ASN1OCTET ones[] = {0xFF};
+    EXPECT_EQ(0, b.doAnd(ones, 4));
+    EXPECT_EQ("FF", contents(b)) << "one octet of the operand, as it stands";
+    EXPECT_EQ(0, b.doAndNot(ones, 4));
+    EXPECT_EQ("0F", contents(b));
+    EXPECT_EQ(8u, b.getNumBits());
+    EXPECT_EQ(0, b.doOr(ones, 2));
+    EXPECT_EQ("CF", contents(b));
+}
+
 TEST_F(BitStrTest, Shifts) {
     ASN1CBitStr b(buf, 0u);
     EXPECT_EQ(0, b.shiftLeft(3)) << "empty";
