@@ -1,4 +1,4 @@
-/* Basic scalar types of the ASN.1 runtime and the tag word (Parts 3.1-3.4).
+/* Basic scalar types of the ASN.1 runtime and the tag word.
  * C-compatible; the widths are the same on 32- and 64-bit builds. */
 #ifndef ASN1RT_ASN1TYPE_H
 #define ASN1RT_ASN1TYPE_H

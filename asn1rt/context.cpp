@@ -1,4 +1,4 @@
-// Part 3.1: the runtime context.
+// The runtime context.
 #include "asn1rt/context.h"
 
 #include "asn1rt/lists.h"

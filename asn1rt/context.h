@@ -1,4 +1,4 @@
-/* Part 3.1: the ASN.1 runtime's context, memory heap and error block.
+/* The ASN.1 runtime's context, memory heap and error block.
  * Chief header of the runtime: every runtime function works on one ASN1CTXT.
  * All functions here have plain C linkage, fixed names, and are exported. */
 #ifndef ASN1RT_CONTEXT_H
@@ -13,14 +13,14 @@
 /* ---- Status table (only these values occur) ---------------------------------------- */
 
 #define RT_OK 0
-#define RT_E_BUFFER_FULL (-1)       /* caller-supplied encode buffer full; general failure of Part 3.9 */
+#define RT_E_BUFFER_FULL (-1)       /* caller-supplied encode buffer full; general failure of the sequence-of and bit-string classes */
 #define RT_E_END_OF_BUFFER (-2)     /* decoding ran into the end of the buffer */
-#define RT_E_TAG_MISMATCH (-3)      /* expected tag not there; Part 3.7: time string of wrong shape */
+#define RT_E_TAG_MISMATCH (-3)      /* expected tag not there; a time text of the wrong shape */
 #define RT_E_BAD_OBJID (-4)         /* object identifier invalid or with too many arcs */
 #define RT_E_BAD_LENGTH (-5)        /* length field invalid, or contents that do not fit it */
 #define RT_E_BAD_ENUM (-6)          /* enumerated value not in its list */
 #define RT_E_SET_DUPLICATE (-7)     /* a member of a SET appeared twice */
-#define RT_E_MISSING_ELEMENT (-8)   /* mandatory member absent; Part 3.9 iterators: nothing left */
+#define RT_E_MISSING_ELEMENT (-8)   /* mandatory member absent; sequence-of iterators: nothing left */
 #define RT_E_SET_UNKNOWN_TAG (-9)   /* a tag that is no member of a SET with named fields */
 #define RT_E_EXTRA_ELEMENT (-10)    /* unexpected element behind the last member */
 #define RT_E_BAD_CHOICE (-11)       /* no alternative of a CHOICE fits */
@@ -101,13 +101,13 @@ typedef struct ASN1ErrInfo {
 
 struct ASN1CTXT;
 
-/* Node of a singly linked list (Part 3.2). */
+/* Node of a singly linked list. */
 typedef struct _Asn1RTSListNode {
     void* data;
     struct _Asn1RTSListNode* next;
 } Asn1RTSListNode;
 
-/* Singly linked list header (Part 3.2).  With a null context, nodes come from the C
+/* Singly linked list header.  With a null context, nodes come from the C
  * library's malloc and free; otherwise from the context's type heap. */
 typedef struct _Asn1RTSList {
     ASN1UINT count;
@@ -116,7 +116,7 @@ typedef struct _Asn1RTSList {
     struct ASN1CTXT* pctxt;
 } Asn1RTSList;
 
-struct _Asn1RTStream; /* stream record, Part 3.10 (asn1rt/stream.h) */
+struct _Asn1RTStream; /* stream record (asn1rt/stream.h) */
 
 /* The runtime context.  Fields in order. */
 typedef struct ASN1CTXT {
@@ -127,7 +127,7 @@ typedef struct ASN1CTXT {
     ASN1UINT bufSize;               /* buffer size, or the end of the outermost element */
     ASN1SINT bitOffset;             /* 8 whenever a buffer is attached */
     ASN1UINT8 bufDynamic;           /* 1 if the runtime allocated bufData */
-    struct _Asn1RTStream* stream;   /* stream record of Part 3.10, or null */
+    struct _Asn1RTStream* stream;   /* stream record (asn1rt/stream.h), or null */
     RtBufferState savedState;       /* default slot of xu_SaveBufferState */
     ASN1ErrInfo errInfo;            /* error block */
     Asn1RTSList ctxtListA;          /* owned by the context; nothing adds to it */
@@ -145,7 +145,7 @@ extern ASN1RT_API ASN1UINT g_defBlkSize;        /* 4096 */
 extern ASN1RT_API rtMallocFunc g_malloc_func;   /* rtDefaultMalloc */
 extern ASN1RT_API rtReallocFunc g_realloc_func; /* rtDefaultRealloc; never called by the runtime */
 extern ASN1RT_API rtFreeFunc g_free_func;       /* rtDefaultFree */
-extern ASN1RT_API ASN1UINT g_debug;             /* Part 3.10: diagnostics print when not 0 */
+extern ASN1RT_API ASN1UINT g_debug;             /* diagnostics print when not 0 */
 
 /* The default allocator: the C library's malloc, realloc and free; the argument is ignored. */
 ASN1RT_API void* rtDefaultMalloc(void* memContext, size_t size);

@@ -1,4 +1,4 @@
-// Part 3.10: the runtime's diagnostic outputs, rtdiag and the hexadecimal dump.
+// The runtime's diagnostic outputs, rtdiag and the hexadecimal dump.
 #include "asn1rt/stream.h"
 
 #include <stdarg.h>
@@ -11,7 +11,7 @@ ASN1RT_API ASN1UINT g_debug = 0;
 
 namespace {
 
-// The classes 0x97 of rtCtypeTable (Part 3.6): upper- and lower-case letters, digits,
+// The classes 0x97 of rtCtypeTable: upper- and lower-case letters, digits,
 // punctuation and the blank, i.e. the octets 0x20 to 0x7e.
 inline bool shown(ASN1OCTET c) { return c >= 0x20 && c <= 0x7e; }
 

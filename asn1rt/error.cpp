@@ -1,4 +1,4 @@
-// Part 3.1: the error block. One live field, the first status of a run; nothing else of an
+// The error block. One live field, the first status of a run; nothing else of an
 // error is recorded, and the parameter functions that look as though they did are no-ops.
 #include "asn1rt/context.h"
 

@@ -1,4 +1,4 @@
-/* Export macro of the ASN.1 runtime (Parts 3.1-3.10).  Every runtime function and global
+/* Export macro of the ASN.1 runtime.  Every runtime function and global
  * carries ASN1RT_API and has plain C linkage; libchainvet is built with hidden
  * visibility, so what does not carry the macro stays internal.  This header stands
  * alone: it includes nothing of core/. */

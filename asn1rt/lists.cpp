@@ -1,4 +1,4 @@
-// Part 3.2: the doubly and singly linked lists of the runtime.
+// The doubly and singly linked lists of the runtime.
 #include "asn1rt/lists.h"
 
 #include <stdlib.h>

@@ -1,4 +1,4 @@
-/* Part 3.2: lists and memory buffers of the ASN.1 runtime.
+/* Lists and memory buffers of the ASN.1 runtime.
  * Every node and buffer comes from the context's type heap unless said otherwise.
  * The singly linked list types (Asn1RTSList, Asn1RTSListNode) live in asn1rt/context.h,
  * since ASN1CTXT holds two of them. */

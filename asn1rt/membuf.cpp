@@ -1,4 +1,4 @@
-// Part 3.2: the growing memory buffer, the bit functions and the forward-writing buffer
+// The growing memory buffer, the bit functions and the forward-writing buffer
 // functions.
 #include "asn1rt/lists.h"
 #include "asn1rt/stream.h"

@@ -1,4 +1,4 @@
-// Part 3.1: the memory heap. Each allocation is its own request to the host allocator,
+// The memory heap. Each allocation is its own request to the host allocator,
 // linked into the heap's list behind a 48-byte header, so that a whole heap can be dropped
 // at once and a single pointer can still be freed at any time.
 #include "asn1rt/context.h"

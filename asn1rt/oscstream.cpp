@@ -1,4 +1,4 @@
-// Part 3.10: the stream classes.
+// The stream classes.
 #include "asn1rt/oscstream.h"
 
 OSCStreamException::~OSCStreamException() {}

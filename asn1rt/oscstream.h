@@ -1,4 +1,4 @@
-/* Part 3.10: the stream classes over the C stream layer of asn1rt/stream.h.
+/* The stream classes over the C stream layer of asn1rt/stream.h.
  * Class shapes are ABI: virtual operations are declared in their fixed slot order. */
 #ifndef ASN1RT_OSCSTREAM_H
 #define ASN1RT_OSCSTREAM_H

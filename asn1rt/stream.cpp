@@ -1,4 +1,4 @@
-// Part 3.10: the stream layer on an ASN1CTXT. No concrete transport exists here: whoever
+// The stream layer on an ASN1CTXT. No concrete transport exists here: whoever
 // opens a stream fills in the record's read, write, flush and close functions.
 #include "asn1rt/stream.h"
 

@@ -1,4 +1,4 @@
-/* Part 3.10: streams and diagnostics of the ASN.1 runtime.
+/* Streams and diagnostics of the ASN.1 runtime.
  * No concrete transport exists: whoever opens a stream fills in the record's functions. */
 #ifndef ASN1RT_STREAM_H
 #define ASN1RT_STREAM_H

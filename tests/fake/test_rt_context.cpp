@@ -1,4 +1,4 @@
-// Part 3.1: the runtime context and the error block.
+// The runtime context and the error block.
 #include "asn1rt/context.h"
 #include "asn1rt/lists.h"
 #include "asn1rt/stream.h"

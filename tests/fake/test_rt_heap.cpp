@@ -1,4 +1,4 @@
-// Part 3.1: the runtime's memory heap.
+// The runtime's memory heap.
 #include "asn1rt/context.h"
 #include "rt_alloc_counter.h"
 

@@ -1,4 +1,4 @@
-// Part 3.2: lists, memory buffers, bit functions and forward-writing buffer functions.
+// Lists, memory buffers, bit functions and forward-writing buffer functions.
 #include "asn1rt/context.h"
 #include "asn1rt/lists.h"
 #include "rt_alloc_counter.h"

@@ -1,4 +1,4 @@
-// Part 3.10: the stream classes OSCStream, OSCInputStream and OSCStreamException.
+// The stream classes OSCStream, OSCInputStream and OSCStreamException.
 #include "asn1rt/oscstream.h"
 #include "rt_alloc_counter.h"
 

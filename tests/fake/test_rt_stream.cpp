@@ -1,4 +1,4 @@
-// Part 3.10: the stream layer, rtdiag and the hexadecimal dump.
+// The stream layer, rtdiag and the hexadecimal dump.
 #include "asn1rt/context.h"
 #include "asn1rt/lists.h"
 #include "asn1rt/stream.h"
