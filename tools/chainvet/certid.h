@@ -22,7 +22,7 @@ struct CertId {
 
 // Dotted OID of a hash algorithm, also from a short name ("sha256", "gost94", ...);
 // empty if unknown.
-inline std::string hashOid(const std::string& spec) {
+inline std::string hashOid(const std::string& text) {
     static const struct {
         const char* name;
         const char* oid;
@@ -33,13 +33,13 @@ inline std::string hashOid(const std::string& spec) {
         {"streebog256", "1.2.643.7.1.1.2.2"}, {"streebog512", "1.2.643.7.1.1.2.3"},
     };
     std::string lower;
-    for (char c : spec)
+    for (char c : text)
         if (c != '-' && c != '_')
             lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
     for (const auto& n : kNames)
         if (lower == n.name)
             return n.oid;
-    return CertOIDToAlgId(spec.c_str()) != 0 ? spec : std::string();
+    return CertOIDToAlgId(text.c_str()) != 0 ? text : std::string();
 }
 
 inline Quorvane::CBlob blobOf(const BYTE* pb, DWORD cb) { return Quorvane::CBlob(pb, cb); }
