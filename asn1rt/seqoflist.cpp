@@ -73,7 +73,9 @@ void ASN1CSeqOfList::append(void* data) {
 
 void ASN1CSeqOfList::appendArray(const void* data, int numElems, int elemSize) {
     if (!pList) return;
-    if (ASN1CTXT* ctxt = getCtxtPtr())
+    // A negative count or size would read as a huge unsigned one: nothing is appended.
+    ASN1CTXT* ctxt = getCtxtPtr();
+    if (ctxt && numElems >= 0 && elemSize >= 0)
         rtDListAppendArray(ctxt, pList, const_cast<void*>(data), (ASN1UINT)numElems,
                            (ASN1UINT)elemSize);
     ++modCount;
@@ -81,7 +83,8 @@ void ASN1CSeqOfList::appendArray(const void* data, int numElems, int elemSize) {
 
 void ASN1CSeqOfList::appendArrayCopy(const void* data, int totalOctets, int elemSize) {
     if (!pList) return;
-    if (ASN1CTXT* ctxt = getCtxtPtr())
+    ASN1CTXT* ctxt = getCtxtPtr();
+    if (ctxt && totalOctets >= 0 && elemSize > 0)
         rtDListAppendArrayCopy(ctxt, pList, data, (ASN1UINT)totalOctets, (ASN1UINT)elemSize);
     ++modCount;
 }

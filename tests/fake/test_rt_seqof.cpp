@@ -179,6 +179,12 @@ TEST_F(SeqOfTest, Arrays) {
     EXPECT_NE((void*)&copies[0], l.get(3));
     EXPECT_EQ(20, *(int*)l.get(3));
 
+    int modBefore = l.getModCount();
+    l.appendArray(arr, -1, (int)sizeof(int));
+    l.appendArrayCopy(copies, -8, (int)sizeof(int));
+    EXPECT_EQ(5, l.size()) << "negative counts append nothing";
+    EXPECT_EQ(modBefore + 2, l.getModCount());
+
     int* all = (int*)l.toArray((int)sizeof(int));
     ASSERT_NE(nullptr, all);
     EXPECT_EQ(7, all[0]);
