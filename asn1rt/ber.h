@@ -216,15 +216,20 @@ struct BerWalk {
     ASN1UINT maxDepth = 0;
     bool der = true;         // minimal definite forms only: writing back gives the input
     ASN1UINT segmented = 0;  // constructed strings met; each goes back as one primitive
+    bool valuesKept = true;  // false: values were read and checked, then dropped
     int status = 0;
 };
 
 /* Walks the first element of the message.  0 or the first failing status; the nodes
- * read so far stay in `walk`.  Values live on the context's type heap. */
-ASN1RT_HIDDEN int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk);
+ * read so far stay in `walk`.  Values live on the context's type heap; without
+ * keepValues they are read into scratch storage by the caller-storage readers
+ * (xd_octstr_s, xd_bitstr_s, xd_objid) and dropped, and the walk cannot be written back. */
+ASN1RT_HIDDEN int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk,
+                          bool keepValues = true);
 
 /* Writes the walked tree back with definite lengths into a fresh dynamic buffer of the
- * same context: the length, with the octets at xe_getp(pctxt), or a status. */
+ * same context: the length, with the octets at xe_getp(pctxt), or a status (-99 for a
+ * walk that kept no values). */
 ASN1RT_HIDDEN int berWriteBack(ASN1CTXT* pctxt, const BerWalk& walk);
 
 }  // namespace asn1rt

@@ -78,8 +78,17 @@ bool minimalObjId(const ASN1OCTET* p, int length)
 
 class Walker {
 public:
-    Walker(ASN1CTXT* pctxt, BerWalk& walk) : c(pctxt), w(walk) {}
-    ~Walker() { free(frames); }
+    // Every element takes two octets at least: one allocation covers a whole small message.
+    Walker(ASN1CTXT* pctxt, BerWalk& walk, int msglen, bool keepValues)
+        : c(pctxt), w(walk), initialCapacity(msglen > 2 && msglen < 16384 ? (ASN1UINT)msglen / 2 : 64),
+          keep(keepValues)
+    {
+    }
+    ~Walker()
+    {
+        if (frames != inlineFrames)
+            free(frames);
+    }
 
     int run(const ASN1OCTET* msg, int msglen);
 
@@ -89,19 +98,27 @@ private:
     int closeFinished();
     int readElement();
     int readPrimitive(ASN1UINT index, ASN1TAG tag, int length);
+    int readIntoScratch(ASN1TAG tag, int length);
     int readWholeString(ASN1UINT index, ASN1TAG tag, int length);
 
     ASN1CTXT* c;
     BerWalk& w;
-    Frame* frames = nullptr;
+    const ASN1UINT initialCapacity;
+    // Without kept values, contents are read into these with the caller-storage readers.
+    bool keep = true;
+    ASN1OBJID scratchOid;
+    ASN1OCTET scratch[4096];
+    // Most messages nest a few levels: their open elements live here, not on the heap.
+    Frame inlineFrames[32];
+    Frame* frames = inlineFrames;
     ASN1UINT depth = 0;
-    ASN1UINT frameCapacity = 0;
+    ASN1UINT frameCapacity = 32;
 };
 
 BerWalkNode* Walker::append()
 {
     if (w.count == w.capacity) {
-        ASN1UINT next = w.capacity ? w.capacity * 2 : 64;
+        ASN1UINT next = w.capacity ? w.capacity * 2 : initialCapacity;
         if (next > (ASN1UINT)(RT_MEMHEAP_MAX_ALLOC / sizeof(BerWalkNode)))
             return nullptr;
         void* p = rtMemHeapRealloc(&c->typeHeap, w.nodes, (int)(next * sizeof(BerWalkNode)));
@@ -120,10 +137,13 @@ BerWalkNode* Walker::append()
 bool Walker::push(ASN1UINT node, ASN1UINT end, bool indefinite)
 {
     if (depth == frameCapacity) {
-        ASN1UINT next = frameCapacity ? frameCapacity * 2 : 32;
-        void* p = realloc(frames, (size_t)next * sizeof(Frame));
+        ASN1UINT next = frameCapacity * 2;
+        void* p = malloc((size_t)next * sizeof(Frame));
         if (!p)
             return false;
+        memcpy(p, frames, (size_t)depth * sizeof(Frame));
+        if (frames != inlineFrames)
+            free(frames);
         frames = (Frame*)p;
         frameCapacity = next;
     }
@@ -184,6 +204,19 @@ int Walker::readWholeString(ASN1UINT index, ASN1TAG tag, int length)
     return stat;
 }
 
+int Walker::readIntoScratch(ASN1TAG tag, int length)
+{
+    const ASN1UINT number = tag & TM_IDCODE_MASK;
+    if ((tag & TM_CLASS_MASK) == TM_UNIV && number == ASN_ID_OBJID)
+        return xd_objid(c, &scratchOid, ASN1IMPL, length);
+    if ((tag & TM_CLASS_MASK) == TM_UNIV && number == ASN_ID_BITSTR && length >= 1) {
+        ASN1UINT bits = (ASN1UINT)sizeof scratch * 8;
+        return xd_bitstr_s(c, scratch, &bits, ASN1IMPL, length);
+    }
+    ASN1UINT count = (ASN1UINT)sizeof scratch;
+    return xd_octstr_s(c, scratch, &count, ASN1IMPL, length);
+}
+
 int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
 {
     BerWalkNode& n = w.nodes[index];
@@ -212,6 +245,8 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
             }
             if (number == ASN_ID_INT && length > 4) {
                 n.kind = kWalkBigInt;
+                if (!keep && length <= (int)sizeof scratch)
+                    return readIntoScratch(tag, length);
                 return xd_bigint(c, &n.v.text, ASN1IMPL, length);
             }
             break;
@@ -225,6 +260,8 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
             if (!fits || !minimalObjId(p, length))
                 w.der = false;
             n.kind = kWalkObjId;
+            if (!keep)
+                return readIntoScratch(tag, length);
             n.v.oid = (ASN1OBJID*)rtMemHeapAlloc(&c->typeHeap, (int)sizeof(ASN1OBJID));
             if (!n.v.oid)
                 return RT_E_NO_MEMORY;
@@ -237,10 +274,16 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
             if ((number == ASN_ID_BITSTR && length == 0) || (number == ASN_ID_BMPString && length % 2) ||
                 (number == ASN_ID_UniversalString && length % 4))
                 w.der = false;
+            if (!keep && length >= 0 && length <= (int)sizeof scratch) {
+                n.kind = number == ASN_ID_BITSTR ? kWalkBitStr : kWalkOctets;
+                return readIntoScratch(tag, length);
+            }
             return readWholeString(index, tag, length);
         default:
             if (isUniversalString(number)) {
                 n.kind = kWalkCharStr;
+                if (!keep && length >= 0 && length <= (int)sizeof scratch)
+                    return readIntoScratch(tag, length);
                 const char* text = nullptr;
                 int stat = xd_charstr(c, &text, ASN1IMPL, tag, length);
                 n.v.octets.data = (const ASN1OCTET*)text;
@@ -253,6 +296,8 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
     // Anything else keeps its content octets as they stand.
     w.der = w.der && !((tag & TM_CLASS_MASK) == TM_UNIV && number == ASN_ID_NULL);
     n.kind = kWalkOctets;
+    if (!keep && length >= 0 && length <= (int)sizeof scratch)
+        return readIntoScratch(tag, length);
     return xd_octstr(c, &n.v.octets.data, &n.v.octets.numocts, ASN1IMPL, length);
 }
 
@@ -332,10 +377,11 @@ int Walker::run(const ASN1OCTET* msg, int msglen)
 
 }  // namespace
 
-int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk)
+int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk, bool keepValues)
 {
     walk = BerWalk{};
-    Walker walker(pctxt, walk);
+    walk.valuesKept = keepValues;
+    Walker walker(pctxt, walk, msglen, keepValues);
     walk.status = walker.run(msg, msglen);
     if (walk.status != 0)
         walk.der = false;
@@ -344,6 +390,8 @@ int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk)
 
 int berWriteBack(ASN1CTXT* pctxt, const BerWalk& walk)
 {
+    if (!walk.valuesKept)
+        return RT_E_NOT_SUPPORTED;
     int stat = xe_setp(pctxt, nullptr, 0);
     if (stat != 0)
         return stat;

@@ -74,6 +74,16 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
     if (enc.ok && xe_setp(&enc.c, nullptr, 64) == 0)
         (void)xe_OpenType(&enc.c, p, (ASN1UINT)n);
 
+    {
+        // Values read into scratch storage by the caller-storage readers.
+        Context light;
+        asn1rt::BerWalk dropped;
+        if (light.ok) {
+            light.c.flags |= flags;
+            (void)asn1rt::berWalk(&light.c, p, n, dropped, false);
+        }
+    }
+
     Context ctx;
     if (!ctx.ok)
         return 0;

@@ -48,6 +48,15 @@ TEST(BerCorpus, GoodFilesWalkToTheEndAndDerFilesWriteBackUnchanged)
             ASSERT_EQ(st, 0) << path;
             ASSERT_GT(walk.count, 0u) << path;
             ASSERT_LE(walk.consumed, bytes.size()) << path;
+            {
+                // Read into scratch storage instead of the heap, the same elements come out.
+                Context light;
+                asn1rt::BerWalk scratch;
+                EXPECT_EQ(asn1rt::berWalk(&light.c, bytes.data(), (int)bytes.size(), scratch, false), 0) << path;
+                EXPECT_EQ(scratch.count, walk.count) << path;
+                EXPECT_EQ(scratch.der, walk.der) << path;
+                EXPECT_EQ(asn1rt::berWriteBack(&light.c, scratch), RT_E_NOT_SUPPORTED);
+            }
             if (walk.consumed < bytes.size())
                 ++trailing;
             if (!walk.der) {
