@@ -178,7 +178,7 @@ int xd_tag_len(ASN1CTXT* pctxt, ASN1TAG* tag, int* len, int mode)
     if (pctxt->bufIndex >= pctxt->bufSize)
         return RT_E_END_OF_BUFFER;
 
-    xu_SaveBufferState(pctxt, nullptr);
+    noteState(pctxt);
     ASN1TAG t = 0;
     int lenValue = 0;
     int stat = readIdentifier(pctxt, &t);

@@ -19,6 +19,14 @@ inline void setFormFlag(ASN1CTXT* pctxt, ASN1OCTET identifier)
         pctxt->flags &= (ASN1USINT)~RT_FLAG_CONSTRUCTED;
 }
 
+// xu_SaveBufferState into savedState, without a call through the exported name.
+inline void noteState(ASN1CTXT* pctxt)
+{
+    pctxt->savedState.index = pctxt->bufIndex;
+    pctxt->savedState.bitOffset = pctxt->bitOffset;
+    pctxt->savedState.flags = pctxt->flags;
+}
+
 // Cursor, bit offset and flags back exactly as xd_tag_len noted them.
 inline void restoreSaved(ASN1CTXT* pctxt)
 {
