@@ -1,5 +1,5 @@
-// ALG_ID of an algorithm object identifier: the hash algorithms and the signature
-// algorithms named after their hash.
+// ALG_ID of an algorithm object identifier, the same for the real and the fake stand-in:
+// the hash algorithms and the signature algorithms named after their hash.
 #include "qvcapi/prov.h"
 
 #include <cstring>
