@@ -121,6 +121,44 @@ bool ReportError(PCERT_CHAIN_POLICY_STATUS pPolicyStatus, S* pExtraStatus, HRESU
     return true;
 }
 
+// The records a policy builds on its stack to call another policy: an inner parameter
+// record with the given flags, the private-key-usage extra parameter when the outer call
+// had one (the usage-period argument copied over), an inner status, and an inner extra
+// status when the outer call had one.
+class InnerPolicyRecords {
+public:
+    InnerPolicyRecords(DWORD dwFlags, const QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_PARA* pOuterExtraPara,
+                       bool withExtraStatus)
+        : m_para{sizeof(CERT_CHAIN_POLICY_PARA), dwFlags, nullptr},
+          m_extraPara{},
+          m_status{sizeof(CERT_CHAIN_POLICY_STATUS), 0, 0, 0, nullptr},
+          m_extraStatus{} {
+        if (pOuterExtraPara != nullptr) {
+            m_extraPara.cbSize = sizeof(m_extraPara);
+            m_extraPara.pvUsagePeriodArg = pOuterExtraPara->pvUsagePeriodArg;
+            m_para.pvExtraPolicyPara = &m_extraPara;
+        }
+        if (withExtraStatus) {
+            m_extraStatus.cbSize = sizeof(m_extraStatus);
+            m_status.pvExtraPolicyStatus = &m_extraStatus;
+        }
+    }
+    InnerPolicyRecords(const InnerPolicyRecords&) = delete;
+    InnerPolicyRecords& operator=(const InnerPolicyRecords&) = delete;
+
+    PCERT_CHAIN_POLICY_PARA para() { return &m_para; }
+    PCERT_CHAIN_POLICY_STATUS status() { return &m_status; }
+    const QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_STATUS* extraStatus() const {
+        return m_status.pvExtraPolicyStatus != nullptr ? &m_extraStatus : nullptr;
+    }
+
+private:
+    CERT_CHAIN_POLICY_PARA m_para;
+    QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_PARA m_extraPara;
+    CERT_CHAIN_POLICY_STATUS m_status;
+    QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_STATUS m_extraStatus;
+};
+
 // The end certificate of the first simple chain; the chain is required to hold one.
 inline PCCERT_CONTEXT EndCertificate(PCCERT_CHAIN_CONTEXT pChainContext) {
     return pChainContext->rgpChain[0]->rgpElement[0]->pCertContext;

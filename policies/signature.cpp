@@ -21,28 +21,14 @@ extern "C" void SignatureImpl(LPCSTR /*pszPolicyOID*/, PCCERT_CHAIN_CONTEXT pCha
     ExtraPara* pExtraPara = CheckAndGetExtraPara<ExtraPara>(pPolicyPara);
 
     // The private-key usage period, through the CryptoAPI layer's own policy.
-    CERT_CHAIN_POLICY_PARA innerPara{sizeof(CERT_CHAIN_POLICY_PARA),
-                                     pPolicyPara != nullptr ? pPolicyPara->dwFlags : 0, nullptr};
-    ExtraPara innerExtraPara{};
-    if (pExtraPara != nullptr) {
-        innerExtraPara.cbSize = sizeof(ExtraPara);
-        innerExtraPara.pvUsagePeriodArg = pExtraPara->pvUsagePeriodArg;
-        innerPara.pvExtraPolicyPara = &innerExtraPara;
-    }
-    CERT_CHAIN_POLICY_STATUS innerStatus{sizeof(CERT_CHAIN_POLICY_STATUS), 0, 0, 0, nullptr};
-    ExtraStatus innerExtraStatus{};
-    const ExtraStatus* pInnerExtraStatus = nullptr;
-    if (pExtraStatus != nullptr) {
-        innerExtraStatus.cbSize = sizeof(ExtraStatus);
-        innerStatus.pvExtraPolicyStatus = &innerExtraStatus;
-        pInnerExtraStatus = &innerExtraStatus;
-    }
+    InnerPolicyRecords inner(pPolicyPara != nullptr ? pPolicyPara->dwFlags : 0, pExtraPara,
+                             pExtraStatus != nullptr);
     if (!CertDllVerifyPrivateKeyUsagePeriodCertificateChainPolicy(
-            QVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD, pChainContext, &innerPara, &innerStatus)) {
+            QVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD, pChainContext, inner.para(), inner.status())) {
         QV_TRACE0("QVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD check returned FALSE. Exception will be thrown.\n");
-        ReportFatalWin32Error(pPolicyStatus, pExtraStatus, &innerStatus, pInnerExtraStatus);
+        ReportFatalWin32Error(pPolicyStatus, pExtraStatus, inner.status(), inner.extraStatus());
     }
-    if (ReportError(pPolicyStatus, pExtraStatus, &innerStatus, pInnerExtraStatus))
+    if (ReportError(pPolicyStatus, pExtraStatus, inner.status(), inner.extraStatus()))
         return;
 
     // Key Usage: no extension means no limit.

@@ -30,25 +30,11 @@ extern "C" void TimestampSigningImpl(LPCSTR /*pszPolicyOID*/, PCCERT_CHAIN_CONTE
         innerFlags |= pPolicyPara->dwFlags & kInnerFlagsMask;
     }
 
-    CERT_CHAIN_POLICY_PARA innerPara{sizeof(CERT_CHAIN_POLICY_PARA), innerFlags, nullptr};
-    ExtraPara innerExtraPara{};
-    if (pExtraPara != nullptr) {
-        innerExtraPara.cbSize = sizeof(ExtraPara);
-        innerExtraPara.pvUsagePeriodArg = pExtraPara->pvUsagePeriodArg;
-        innerPara.pvExtraPolicyPara = &innerExtraPara;
-    }
-    CERT_CHAIN_POLICY_STATUS innerStatus{sizeof(CERT_CHAIN_POLICY_STATUS), 0, 0, 0, nullptr};
-    ExtraStatus innerExtraStatus{};
-    const ExtraStatus* pInnerExtraStatus = nullptr;
-    if (pExtraStatus != nullptr) {
-        innerExtraStatus.cbSize = sizeof(ExtraStatus);
-        innerStatus.pvExtraPolicyStatus = &innerExtraStatus;
-        pInnerExtraStatus = &innerExtraStatus;
-    }
+    InnerPolicyRecords inner(innerFlags, pExtraPara, pExtraStatus != nullptr);
     if (!CertDllVerifySignatureCertificateChainPolicy(QVCERT_CHAIN_POLICY_SIGNATURE, pChainContext,
-                                                      &innerPara, &innerStatus))
-        ReportFatalWin32Error(pPolicyStatus, pExtraStatus, &innerStatus, pInnerExtraStatus);
-    if (ReportError(pPolicyStatus, pExtraStatus, &innerStatus, pInnerExtraStatus))
+                                                      inner.para(), inner.status()))
+        ReportFatalWin32Error(pPolicyStatus, pExtraStatus, inner.status(), inner.extraStatus());
+    if (ReportError(pPolicyStatus, pExtraStatus, inner.status(), inner.extraStatus()))
         return;
 
     // Without a parameter record the usage check runs with the relaxing flags clear.
