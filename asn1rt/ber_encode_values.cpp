@@ -111,23 +111,21 @@ int writeArithmetic(ASN1CTXT* pctxt, const char* text)
     value.mag = local;
     value.capacity = (ASN1INT)sizeof local;
     value.dynamic = 0;
+    // A value past the local storage lives on the type heap: given back on every way out.
     int stat = rtBigIntSetStr(pctxt, &value, text, 0);
-    if (stat != 0)
-        return setErr(pctxt, stat);
-    const int n = rtBigIntGetDataLen(&value);
-    if (n < 0)
-        return setErr(pctxt, RT_E_BAD_VALUE);
-    if ((long long)pctxt->bufIndex < (long long)n + 2) {
+    int n = stat == 0 ? rtBigIntGetDataLen(&value) : 0;
+    if (stat == 0 && n < 0)
+        stat = RT_E_BAD_VALUE;
+    if (stat == 0 && (long long)pctxt->bufIndex < (long long)n + 2)
         stat = xe_expandBuffer(pctxt, n);
-        if (stat != 0)
-            return setErr(pctxt, stat);
+    if (stat == 0) {
+        pctxt->bufIndex -= (ASN1UINT)n;
+        int got = rtBigIntGetData(pctxt, &value, pctxt->bufData + pctxt->bufIndex, (size_t)n);
+        if (got < 0)
+            stat = got;
     }
-    pctxt->bufIndex -= (ASN1UINT)n;
-    stat = rtBigIntGetData(pctxt, &value, pctxt->bufData + pctxt->bufIndex, (size_t)n);
-    if (stat < 0)
-        return setErr(pctxt, stat);
     rtBigIntFree(pctxt, &value);
-    return n;
+    return stat != 0 ? setErr(pctxt, stat) : n;
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "asn1rt/ber.h"
+#include "asn1rt/bigint.h"
 #include "ber_test_util.h"
 #include "support/testsupport.h"
 
@@ -246,6 +247,54 @@ TEST(BerEncodeValue, BigIntegers)
         Enc e;
         EXPECT_EQ(xe_bigint(&e.c, t.text, 1), RT_E_BAD_VALUE);
         EXPECT_EQ(e.c.errInfo.status, RT_E_BAD_VALUE) << "recorded";
+    }
+}
+
+namespace {
+
+size_t heapBlocks(ASN1CTXT& c)
+{
+    size_t n = 0;
+    for (const RtMemBlock* b = static_cast<const RtMemHeap*>(c.typeHeap)->head; b; b = b->next)
+        ++n;
+    return n;
+}
+
+}  // namespace
+
+TEST(BerEncodeValue, BigIntegersPastTheLocalStorage)
+{
+    // 10^1499 needs 623 octets, more than the 512 kept on the stack: the record grows on
+    // the type heap, and that block goes back whether the write succeeds or not.
+    const std::string decimal = "1" + std::string(1499, '0');
+    {
+        Enc e;
+        const size_t before = heapBlocks(e.c);
+        ASSERT_EQ(xe_bigint(&e.c, decimal.c_str(), 1), 4 + 623);
+        EXPECT_EQ(heapBlocks(e.c), before);
+        EXPECT_EQ(e.c.errInfo.status, 0);
+        EXPECT_EQ(e.out().substr(0, 12), norm("0282026f0be0")) << "tag, long length 623, top octet";
+
+        bertest::Dec d(e.out());
+        const char* text = nullptr;
+        ASSERT_EQ(xd_bigint(&d.c, &text, 1, 0), 0);
+        EXPECT_EQ(rtBigIntStrCompare(&d.c, text, decimal.c_str()), 0);
+    }
+    {
+        Enc e(8, true);
+        const size_t before = heapBlocks(e.c);
+        EXPECT_EQ(xe_bigint(&e.c, decimal.c_str(), 1), RT_E_BUFFER_FULL);
+        EXPECT_EQ(e.c.errInfo.status, RT_E_BUFFER_FULL) << "recorded";
+        EXPECT_EQ(heapBlocks(e.c), before) << "the grown record is given back";
+    }
+    {
+        const std::string bad = decimal + "z";
+        Enc e;
+        const size_t before = heapBlocks(e.c);
+        EXPECT_EQ(xe_bigint(&e.c, bad.c_str(), 1), RT_E_BAD_VALUE);
+        EXPECT_EQ(e.c.errInfo.status, RT_E_BAD_VALUE);
+        EXPECT_EQ(heapBlocks(e.c), before);
+        EXPECT_EQ(e.out(), "") << "nothing written";
     }
 }
 
