@@ -650,3 +650,79 @@ TEST(BerEncodeSetOf, WrappedInASetTag)
     EXPECT_EQ(xe_tag_len(&e.c, 0x20000011, total), 11);
     EXPECT_EQ(e.out(), norm("3109 020101 020105 020109"));
 }
+
+// ---- Refused allocations ---------------------------------------------------------------------
+
+namespace {
+
+// The runtime's heaps get nothing from the allocator while this lives.
+class RefusingAllocator {
+public:
+    RefusingAllocator() : m_saved(g_malloc_func)
+    {
+        g_malloc_func = [](void*, size_t) -> void* { return nullptr; };
+    }
+    ~RefusingAllocator() { g_malloc_func = m_saved; }
+    RefusingAllocator(const RefusingAllocator&) = delete;
+    RefusingAllocator& operator=(const RefusingAllocator&) = delete;
+
+private:
+    rtMallocFunc m_saved;
+};
+
+}  // namespace
+
+TEST(BerEncodeBuffer, RefusedGrowthKeepsTheOldBuffer)
+{
+    Enc e(16);
+    const ASN1INT v = 0x1234;
+    ASSERT_EQ(xe_integer(&e.c, &v, 1), 4);
+    ASN1OCTET* const before = e.c.bufData;
+    std::vector<uint8_t> big(40, 0x55);
+    {
+        RefusingAllocator refuse;
+        EXPECT_EQ(xe_memcpy(&e.c, big.data(), (int)big.size()), RT_E_NO_MEMORY);
+        EXPECT_EQ(xe_expandBuffer(&e.c, 1), RT_E_NO_MEMORY);
+        EXPECT_EQ(xe_bigint(&e.c, "0x0102030405060708090a0b0c0d0e0f", 1), RT_E_NO_MEMORY);
+    }
+    EXPECT_EQ(e.c.bufData, before);
+    EXPECT_EQ(e.c.bufSize, 16u);
+    // The big integer's low octets went in before the room ran out: nothing is rolled back.
+    EXPECT_EQ(e.out(), norm("05060708090a0b0c0d0e0f 0202 1234")) << "octets written stay";
+    EXPECT_EQ(e.c.errInfo.status, RT_E_NO_MEMORY) << "only xe_bigint records";
+    // With the allocator back, the same write grows the buffer.
+    EXPECT_EQ(xe_memcpy(&e.c, big.data(), (int)big.size()), 40);
+    EXPECT_EQ(e.c.bufSize, 16u + 16384u);
+}
+
+TEST(BerEncodeSetOf, RefusedScratchLeavesTheMembers)
+{
+    Enc e;
+    Asn1RTSList list;
+    rtSListInitEx(&e.c, &list);
+    for (ASN1INT v : {1, 9}) {  // 09 ends up lower: the sort must move them
+        int len = xe_integer(&e.c, &v, 1);
+        auto* rec = static_cast<Asn1BufLocDescr*>(rtMemHeapAlloc(&e.c.typeHeap, (int)sizeof(Asn1BufLocDescr)));
+        xe_getBufLocDescr(&e.c, (ASN1UINT)len, rec);
+        ASSERT_NE(rtSListAppend(&list, rec), nullptr);
+    }
+    {
+        RefusingAllocator refuse;
+        EXPECT_EQ(xe_derCanonicalSort(&e.c, &list), RT_E_NO_MEMORY);
+    }
+    EXPECT_EQ(list.count, 2u) << "records and nodes stay";
+    EXPECT_EQ(e.out(), norm("020109 020101")) << "octets unmoved";
+
+    // Members already in order need no scratch area at all.
+    Asn1RTSList ordered;
+    rtSListInitEx(&e.c, &ordered);
+    for (ASN1INT v : {9, 1}) {
+        int len = xe_integer(&e.c, &v, 1);
+        auto* rec = static_cast<Asn1BufLocDescr*>(rtMemHeapAlloc(&e.c.typeHeap, (int)sizeof(Asn1BufLocDescr)));
+        xe_getBufLocDescr(&e.c, (ASN1UINT)len, rec);
+        ASSERT_NE(rtSListAppend(&ordered, rec), nullptr);
+    }
+    RefusingAllocator refuse;
+    EXPECT_EQ(xe_derCanonicalSort(&e.c, &ordered), 6);
+    EXPECT_EQ(ordered.count, 0u);
+}
