@@ -101,7 +101,9 @@ CBlob& CBlob::operator+=(const CBlob& other) {
     if (other.m_cbData > ~0ul - old)
         throw std::bad_alloc();
     resize_to(old + other.m_cbData);
-    if (other.m_cbData != 0)
+    // Appending the blob to itself is not supported: it only grows, the new half is not
+    // filled, and nothing is read or written past the buffer.
+    if (&other != this && other.m_cbData != 0)
         std::memcpy(m_pbData + old, other.m_pbData, other.m_cbData);
     return *this;
 }

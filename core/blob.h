@@ -31,7 +31,7 @@ public:
     void clear() noexcept { m_cbData = 0; }
     void swap(CBlob& other) noexcept;
     void reverse() noexcept;
-    // Not for the blob itself.
+    // Not for the blob itself: that only grows it, leaving the new half unfilled.
     CBlob& operator+=(const CBlob& other);
 
     bool operator==(const CBlob& other) const noexcept;

@@ -123,6 +123,19 @@ TEST(Blob, SwapReverseAppend) {
     EXPECT_EQ(hexOf(start), "04030201");
 }
 
+// Appending a blob to itself grows it without doubling the bytes and without touching
+// anything past the buffer (the sanitizer build would see an overflow).
+TEST(Blob, AppendToItselfOnlyGrows) {
+    CBlob a = blobOf("0A0B0C");
+    a += a;
+    ASSERT_EQ(a.cbData(), 6ul);
+    EXPECT_EQ(testsupport::toHex(a.pbData(), 3), "0A0B0C");
+    CBlob empty;
+    empty += empty;
+    EXPECT_EQ(empty.cbData(), 0ul);
+    EXPECT_EQ(empty.pbData(), nullptr);
+}
+
 TEST(Blob, Ordering) {
     struct Row {
         const char* a;
