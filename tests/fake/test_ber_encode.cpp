@@ -376,6 +376,7 @@ TEST(BerEncodeValue, ObjectIdentifiers)
         {{2, 40}, {3, "060178"}},
         {{0, 39}, {3, "060127"}},
         {{1, 2, 0xffffffffu}, {8, "06062a8fffffff7f"}},
+        {{2, 0xffffffffu}, {3, "06014f"}},  // 2 * 40 + second arc, in 32 bits
         {{1}, {RT_E_BAD_OBJID, ""}},
         {{3, 1}, {RT_E_BAD_OBJID, ""}},
         {{1, 40}, {RT_E_BAD_OBJID, ""}},
@@ -482,6 +483,18 @@ TEST(BerEncodeBuffer, StaticBufferOfNHoldsNMinusOne)
         EXPECT_EQ(xe_bigint(&e.c, "0x01", 0), RT_E_BUFFER_FULL);
     }
     {
+        // A decimal text wants two octets to spare beyond its own: 2^40 - 1 takes six
+        // octets, which a room of seven holds only through the direct path.
+        Enc tight(8, true);
+        EXPECT_EQ(xe_bigint(&tight.c, "1099511627775", 0), RT_E_BUFFER_FULL);
+        EXPECT_EQ(tight.c.errInfo.status, RT_E_BUFFER_FULL) << "recorded";
+        EXPECT_EQ(tight.used(), 0u);
+        EXPECT_EQ(xe_bigint(&tight.c, "0x00ffffffffff", 0), 6);
+        Enc roomy(9, true);
+        EXPECT_EQ(xe_bigint(&roomy.c, "1099511627775", 0), 6);
+        EXPECT_EQ(roomy.out(), norm("00ffffffffff"));
+    }
+    {
         uint8_t none[1];
         ASN1CTXT c;
         ASSERT_EQ(rtInitContext(&c, nullptr), 0);
@@ -561,6 +574,18 @@ TEST(BerEncodeBuffer, DefaultDynamicSize)
     EXPECT_EQ(xe_memcpy(&e.c, &b, 1), 1);
     EXPECT_EQ(xe_getp(&e.c), e.c.bufData + 16382);
     EXPECT_EQ(xe_memcpy(&e.c, nullptr, 1), RT_E_BAD_VALUE);
+
+    // Filling the room to index 0 takes no growth.
+    Enc small(16);
+    std::vector<uint8_t> fifteen(15, 0x44);
+    EXPECT_EQ(xe_memcpy(&small.c, fifteen.data(), 15), 15);
+    EXPECT_EQ(small.c.bufIndex, 0u);
+    EXPECT_EQ(small.c.bufSize, 16u);
+
+    // A context that was never initialised passes the buffer's refusal on.
+    ASN1CTXT raw;
+    std::memset(&raw, 0, sizeof raw);
+    EXPECT_EQ(xe_setp(&raw, nullptr, 0), RT_E_NOT_READY);
 }
 
 // ---- SET OF order ----------------------------------------------------------------------------
