@@ -55,6 +55,41 @@ inline int skipContent(ASN1CTXT* pctxt, int length)
     return 0;
 }
 
+// Whether `length` content octets lie between the cursor and bufSize.
+inline bool contentFits(const ASN1CTXT* pctxt, int length)
+{
+    return length >= 0 && (unsigned long long)pctxt->bufIndex + (ASN1UINT)length <= pctxt->bufSize;
+}
+
+// A primitive OCTET STRING of definite length under RT_FLAG_SHARE_INPUT: a view into the
+// message, the cursor behind it.  Inline so that a walk over many strings pays no call.
+inline int shareOctets(ASN1CTXT* pctxt, const ASN1OCTET** data, ASN1UINT* numocts, int length)
+{
+    if (!contentFits(pctxt, length))
+        return setErr(pctxt, RT_E_END_OF_BUFFER);
+    *numocts = (ASN1UINT)length;
+    *data = pctxt->bufData + pctxt->bufIndex;
+    pctxt->bufIndex += (ASN1UINT)length;
+    return 0;
+}
+
+// The same for a primitive BIT STRING of at least two content octets: data behind the
+// unused-bits octet; an unused count of 8 or more is a bare -18 with null data.
+inline int shareBits(ASN1CTXT* pctxt, const ASN1OCTET** data, ASN1UINT* numbits, int length)
+{
+    if (!contentFits(pctxt, length))
+        return RT_E_END_OF_BUFFER;  // bare
+    const ASN1OCTET unused = pctxt->bufData[pctxt->bufIndex];
+    if (unused >= 8) {
+        *data = nullptr;
+        return RT_E_BAD_VALUE;  // bare
+    }
+    *numbits = (ASN1UINT)length * 8 - 8 - unused;
+    *data = pctxt->bufData + pctxt->bufIndex + 1;
+    pctxt->bufIndex += (ASN1UINT)length;
+    return 0;
+}
+
 // Identifier octets into a tag word; sets the form flag.  0, -21 (more than nine number
 // octets or a number past 0x1fffffff) or -2 (the identifier runs past bufSize).
 int readIdentifier(ASN1CTXT* pctxt, ASN1TAG* tag);

@@ -11,11 +11,6 @@ using namespace asn1rt::detail;
 
 namespace {
 
-bool contentFits(const ASN1CTXT* pctxt, int length)
-{
-    return length >= 0 && (unsigned long long)pctxt->bufIndex + (ASN1UINT)length <= pctxt->bufSize;
-}
-
 // The two zero octets that close a constructed string of indefinite length.
 int closeIndefiniteString(ASN1CTXT* pctxt, bool constructed, int length)
 {
@@ -338,14 +333,8 @@ int xd_octstr(ASN1CTXT* pctxt, const ASN1OCTET** data, ASN1UINT* numocts, int ta
         *numocts = 0;
         return 0;
     }
-    if ((pctxt->flags & RT_FLAG_SHARE_INPUT) && !constructed && length != RT_INDEFINITE_LENGTH) {
-        if (!contentFits(pctxt, length))
-            return setErr(pctxt, RT_E_END_OF_BUFFER);
-        *numocts = (ASN1UINT)length;
-        *data = pctxt->bufData + pctxt->bufIndex;
-        pctxt->bufIndex += (ASN1UINT)length;
-        return 0;
-    }
+    if ((pctxt->flags & RT_FLAG_SHARE_INPUT) && !constructed && length != RT_INDEFINITE_LENGTH)
+        return shareOctets(pctxt, data, numocts, length);
     ASN1OCTET* p = (ASN1OCTET*)rtMemHeapAlloc(&pctxt->typeHeap, content);
     if (!p)
         return setErr(pctxt, RT_E_NO_MEMORY);
@@ -483,19 +472,8 @@ int xd_bitstr(ASN1CTXT* pctxt, const ASN1OCTET** data, ASN1UINT* numbits, int ta
         *data = nullptr;
         return closeIndefiniteString(pctxt, constructed, length);
     }
-    if ((pctxt->flags & RT_FLAG_SHARE_INPUT) && !constructed && length != RT_INDEFINITE_LENGTH) {
-        if (!contentFits(pctxt, length))
-            return RT_E_END_OF_BUFFER;
-        ASN1OCTET unused = pctxt->bufData[pctxt->bufIndex];
-        if (unused >= 8) {
-            *data = nullptr;
-            return RT_E_BAD_VALUE;  // bare
-        }
-        *numbits = (ASN1UINT)content * 8 - 8 - unused;
-        *data = pctxt->bufData + pctxt->bufIndex + 1;
-        pctxt->bufIndex += (ASN1UINT)length;
-        return 0;
-    }
+    if ((pctxt->flags & RT_FLAG_SHARE_INPUT) && !constructed && length != RT_INDEFINITE_LENGTH)
+        return shareBits(pctxt, data, numbits, length);
     ASN1OCTET* p = (ASN1OCTET*)rtMemHeapAlloc(&pctxt->typeHeap, content - 1);
     if (!p)
         return setErr(pctxt, RT_E_NO_MEMORY);
@@ -591,37 +569,38 @@ int xd_objid(ASN1CTXT* pctxt, ASN1OBJID* value, int tagging, int length)
         return setErr(pctxt, RT_E_BAD_LENGTH);
     if (!contentFits(pctxt, length))
         return setErr(pctxt, RT_E_END_OF_BUFFER);
-    const ASN1OCTET* p = pctxt->bufData;
-    ASN1UINT i = pctxt->bufIndex;
-    const ASN1UINT end = i + (ASN1UINT)length;
-    ASN1UINT count = 0;
-    while (i < end) {
+    const ASN1OCTET* const base = pctxt->bufData;
+    const ASN1OCTET* q = base + pctxt->bufIndex;
+    const ASN1OCTET* const end = q + length;
+    // Seven bits an octet; an unterminated last arc is accepted, and bits past 32 are lost.
+    ASN1UINT arc = 0;
+    ASN1OCTET b;
+    do {
+        b = *q++;
+        arc = (arc << 7) | (b & 0x7f);
+    } while ((b & 0x80) && q < end);
+    if (arc < 80) {
+        value->subid[0] = arc / 40;
+        value->subid[1] = arc % 40;
+    } else {
+        value->subid[0] = 2;
+        value->subid[1] = arc - 80;
+    }
+    ASN1UINT count = 2;
+    while (q < end) {
         if (count >= ASN_K_MAXSUBIDS) {
             value->numids = ASN_K_MAXSUBIDS;
-            pctxt->bufIndex = i;
+            pctxt->bufIndex = (ASN1UINT)(q - base);
             return RT_E_BAD_OBJID;  // bare
         }
-        // Seven bits an octet; an unterminated last arc is accepted, and bits past 32 are lost.
-        ASN1UINT arc = 0;
-        ASN1OCTET b;
+        arc = 0;
         do {
-            b = p[i++];
+            b = *q++;
             arc = (arc << 7) | (b & 0x7f);
-        } while ((b & 0x80) && i < end);
-        if (count == 0) {
-            if (arc < 80) {
-                value->subid[0] = arc / 40;
-                value->subid[1] = arc % 40;
-            } else {
-                value->subid[0] = 2;
-                value->subid[1] = arc - 80;
-            }
-            count = 2;
-        } else {
-            value->subid[count++] = arc;
-        }
+        } while ((b & 0x80) && q < end);
+        value->subid[count++] = arc;
     }
-    pctxt->bufIndex = i;
+    pctxt->bufIndex = (ASN1UINT)(q - base);
     value->numids = count;
     return 0;
 }
