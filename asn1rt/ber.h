@@ -200,11 +200,13 @@ struct BerWalkNode {
     union {
         ASN1INT i32;
         ASN1BOOL boolean;
-        const char* text;  // kWalkBigInt; kWalkCharStr with `count` octets
-        ASN1OBJID* oid;
+        const char* text;  // kWalkBigInt
+        ASN1OBJID* oid;    // holds only its numids arcs: read it through the pointer, never copy it
         Asn116BitCharString s16;
         Asn132BitCharString s32;
-        ASN1TDynOctStr octets;  // kWalkOctets, kWalkCharStr (count), kWalkBitStr (numbits)
+        // kWalkOctets, kWalkBitStr (numbits), kWalkCharStr (count; terminated by a zero
+        // octet only when copied: under RT_FLAG_SHARE_INPUT it points into the message)
+        ASN1TDynOctStr octets;
     } v;
 };
 

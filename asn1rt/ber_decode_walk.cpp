@@ -1,10 +1,12 @@
 // A generic walk over any BER element tree with the xd_ primitives, and its way back
 // with the xe_ primitives.  Iterative: an explicit stack of open elements replaces
 // recursion, so deep nesting costs memory in proportion and no stack.
+#include <stddef.h>
 #include <stdlib.h>
 #include <string.h>
 
 #include "asn1rt/ber.h"
+#include "asn1rt/ber_decode_internal.h"
 
 namespace asn1rt {
 
@@ -55,33 +57,82 @@ ASN1UINT minimalHeaderSize(ASN1TAG tag, int length)
     return size;
 }
 
-// Whether the object identifier content uses only shortest arcs of at most 32 bits.
+// Whether the object identifier content uses only shortest arcs of at most 32 bits: no
+// arc opens with 0x80, none takes more than five octets or 32 bits, the last one closes.
 bool minimalObjId(const ASN1OCTET* p, int length)
 {
-    bool arcStart = true;
-    int arcOctets = 0;
-    ASN1OCTET firstOfArc = 0;
-    for (int k = 0; k < length; ++k) {
-        if (arcStart) {
-            if (p[k] == 0x80)
-                return false;
-            firstOfArc = p[k];
-            arcOctets = 0;
-        }
-        ++arcOctets;
-        if (arcOctets > 5 || (arcOctets == 5 && (firstOfArc & 0x7f) > 0x0f))
+    const ASN1OCTET* q = p;
+    const ASN1OCTET* const end = p + length;
+    while (q < end) {
+        const ASN1OCTET* const arc = q;
+        if (*q == 0x80)
             return false;
-        arcStart = (p[k] & 0x80) == 0;
+        while (q < end && (*q & 0x80))
+            ++q;
+        if (q == end)
+            return false;
+        ++q;
+        const ptrdiff_t octets = q - arc;
+        if (octets > 5 || (octets == 5 && (*arc & 0x7f) > 0x0f))
+            return false;
     }
-    return arcStart;
+    return true;
+}
+
+// The header most elements have: one identifier octet below the long form, and a definite
+// length in the short form or in one or two octets, inside what is left of the message.
+// Read exactly as xd_tag_len with RT_MATCH_ADVANCE reads it, without the call: the cursor
+// goes to the returned content start, savedState and the form flag are set as it sets
+// them.  0 leaves the context untouched for xd_tag_len to read whatever else it is.
+inline ASN1UINT readCommonHeader(ASN1CTXT* c, const ASN1OCTET* data, ASN1UINT size, ASN1UINT i,
+                                 ASN1TAG* tag, int* len, bool* minimal)
+{
+    const ASN1USINT flags = c->flags;
+    if ((flags & (RT_FLAG_INDEF_TOP | RT_FLAG_LAST_EOC)) == (RT_FLAG_INDEF_TOP | RT_FLAG_LAST_EOC))
+        return 0;
+    if (i >= size || size - i < 2)
+        return 0;
+    const ASN1OCTET id = data[i];
+    if ((id & TM_B_IDCODE_MASK) == TM_B_LONG_FORM)
+        return 0;
+    ASN1UINT next;
+    ASN1UINT value;
+    const ASN1OCTET first = data[i + 1];
+    if (first < 0x80) {
+        value = first;
+        next = i + 2;
+        *minimal = true;
+    } else if (first == 0x81) {
+        if (size - i < 3)
+            return 0;
+        value = data[i + 2];
+        next = i + 3;
+        *minimal = value >= 0x80;
+    } else if (first == 0x82) {
+        if (size - i < 4)
+            return 0;
+        value = ((ASN1UINT)data[i + 2] << 8) | data[i + 3];
+        next = i + 4;
+        *minimal = value >= 0x100;
+    } else {
+        return 0;
+    }
+    if (value > size - next)
+        return 0;  // xd_len decides, by the flags, what a long length is
+    detail::noteState(c);
+    c->flags = (id & TM_B_CONS) ? (ASN1USINT)(flags | RT_FLAG_CONSTRUCTED)
+                                : (ASN1USINT)(flags & ~RT_FLAG_CONSTRUCTED);
+    c->bufIndex = next;
+    *tag = ((ASN1TAG)(id & 0xe0) << 24) | (ASN1TAG)(id & TM_B_IDCODE_MASK);
+    *len = (int)value;
+    return next;
 }
 
 class Walker {
 public:
-    // Every element takes two octets at least: one allocation covers a whole small message.
     Walker(ASN1CTXT* pctxt, BerWalk& walk, int msglen, bool keepValues)
-        : c(pctxt), w(walk), initialCapacity(msglen > 2 && msglen < 16384 ? (ASN1UINT)msglen / 2 : 64),
-          keep(keepValues)
+        : c(pctxt), w(walk), initialCapacity(firstCapacity(msglen)), keep(keepValues),
+          share((pctxt->flags & RT_FLAG_SHARE_INPUT) != 0)
     {
     }
     ~Walker()
@@ -93,94 +144,99 @@ public:
     int run(const ASN1OCTET* msg, int msglen);
 
 private:
-    BerWalkNode* append();
-    bool push(ASN1UINT node, ASN1UINT end, bool indefinite);
-    int closeFinished();
-    int readElement();
-    int readPrimitive(ASN1UINT index, ASN1TAG tag, int length);
+    // Real messages hold about one element in every 8 to 40 octets: one block of nodes
+    // covers most of them, small enough to stay clear of the allocator's mapped blocks.
+    static ASN1UINT firstCapacity(int msglen)
+    {
+        if (msglen <= 0)
+            return 64;
+        ASN1UINT estimate = (ASN1UINT)msglen / 8 + 16;
+        return estimate < 2048 ? estimate : 2048;
+    }
+
+    bool grow();
+    bool growFrames(ASN1UINT used);
+    int walkElements();
+    int readPrimitive(BerWalkNode* n, ASN1TAG tag, int length);
     int readIntoScratch(ASN1TAG tag, int length);
-    int readWholeString(ASN1UINT index, ASN1TAG tag, int length);
+    int readWholeString(BerWalkNode* n, ASN1TAG tag, int length);
+    ASN1OBJID* oidStorage(int length);
 
     ASN1CTXT* c;
     BerWalk& w;
     const ASN1UINT initialCapacity;
     // Without kept values, contents are read into these with the caller-storage readers.
-    bool keep = true;
+    const bool keep;
+    // With shared input, character strings are kept as views into the message as well.
+    const bool share;
+    // Kept identifiers are carved from blocks of the type heap, each sized to its arcs.
+    ASN1OCTET* oidArea = nullptr;
+    size_t oidLeft = 0;
     ASN1OBJID scratchOid;
     ASN1OCTET scratch[4096];
     // Most messages nest a few levels: their open elements live here, not on the heap.
     Frame inlineFrames[32];
     Frame* frames = inlineFrames;
-    ASN1UINT depth = 0;
     ASN1UINT frameCapacity = 32;
 };
 
-BerWalkNode* Walker::append()
+bool Walker::grow()
 {
-    if (w.count == w.capacity) {
-        ASN1UINT next = w.capacity ? w.capacity * 2 : initialCapacity;
-        if (next > (ASN1UINT)(RT_MEMHEAP_MAX_ALLOC / sizeof(BerWalkNode)))
-            return nullptr;
-        void* p = rtMemHeapRealloc(&c->typeHeap, w.nodes, (int)(next * sizeof(BerWalkNode)));
-        if (!p)
-            return nullptr;
-        w.nodes = (BerWalkNode*)p;
-        w.capacity = next;
-    }
-    BerWalkNode* n = &w.nodes[w.count];
-    memset(n, 0, sizeof *n);
-    n->lastChild = w.count;
-    ++w.count;
-    return n;
-}
-
-bool Walker::push(ASN1UINT node, ASN1UINT end, bool indefinite)
-{
-    if (depth == frameCapacity) {
-        ASN1UINT next = frameCapacity * 2;
-        void* p = malloc((size_t)next * sizeof(Frame));
-        if (!p)
-            return false;
-        memcpy(p, frames, (size_t)depth * sizeof(Frame));
-        if (frames != inlineFrames)
-            free(frames);
-        frames = (Frame*)p;
-        frameCapacity = next;
-    }
-    frames[depth++] = Frame{node, end, indefinite};
-    if (depth > w.maxDepth)
-        w.maxDepth = depth;
+    ASN1UINT next = w.capacity ? w.capacity * 2 : initialCapacity;
+    if (next > (ASN1UINT)(RT_MEMHEAP_MAX_ALLOC / sizeof(BerWalkNode)))
+        return false;
+    void* p = rtMemHeapRealloc(&c->typeHeap, w.nodes, (int)(next * sizeof(BerWalkNode)));
+    if (!p)
+        return false;
+    w.nodes = (BerWalkNode*)p;
+    w.capacity = next;
     return true;
 }
 
-int Walker::closeFinished()
+// Room for an identifier of `length` content octets: each octet ends at most one arc and
+// the first arc splits in two, so length + 1 arcs (at most the 128 slots) always suffice.
+// Only the slots xd_objid may write are carved; numids starts at 0.
+ASN1OBJID* Walker::oidStorage(int length)
 {
-    while (depth > 0) {
-        const Frame& f = frames[depth - 1];
-        const ASN1UINT i = c->bufIndex;
-        if (f.indefinite) {
-            if (i < c->bufSize && c->bufSize - i >= 2 && c->bufData[i] == 0 && c->bufData[i + 1] == 0)
-                c->bufIndex = i + 2;
-            else if (i >= c->bufSize)
-                return RT_E_END_OF_BUFFER;  // end-of-contents missing
-            else
-                return 0;
-        } else {
-            if (i > f.end)
-                return RT_E_BAD_LENGTH;  // a member ran past its element
-            if (i < f.end)
-                return 0;
+    const ASN1UINT arcs = length >= ASN_K_MAXSUBIDS ? ASN_K_MAXSUBIDS : (ASN1UINT)length + 1;
+    const size_t bytes = offsetof(ASN1OBJID, subid) + (size_t)arcs * sizeof(ASN1UINT);
+    if (bytes > oidLeft) {
+        const size_t block = bytes > 1024 ? bytes : 1024;
+        oidArea = (ASN1OCTET*)rtMemHeapAlloc(&c->typeHeap, (int)block);
+        if (!oidArea) {
+            oidLeft = 0;
+            return nullptr;
         }
-        w.nodes[f.node].lastChild = w.count - 1;
-        --depth;
+        oidLeft = block;
     }
-    return 0;
+    ASN1OBJID* oid = (ASN1OBJID*)(void*)oidArea;
+    oid->numids = 0;
+    oidArea += bytes;
+    oidLeft -= bytes;
+    return oid;
 }
 
-int Walker::readWholeString(ASN1UINT index, ASN1TAG tag, int length)
+// The open elements below the innermost one; that one stays in the loop's locals.
+bool Walker::growFrames(ASN1UINT used)
+{
+    const ASN1UINT next = frameCapacity * 2;
+    if (next < frameCapacity || (size_t)next > (size_t)-1 / sizeof(Frame))
+        return false;
+    void* p = malloc((size_t)next * sizeof(Frame));
+    if (!p)
+        return false;
+    memcpy(p, frames, (size_t)used * sizeof(Frame));
+    if (frames != inlineFrames)
+        free(frames);
+    frames = (Frame*)p;
+    frameCapacity = next;
+    return true;
+}
+
+int Walker::readWholeString(BerWalkNode* node, ASN1TAG tag, int length)
 {
     const ASN1UINT number = tag & TM_IDCODE_MASK;
-    BerWalkNode& n = w.nodes[index];
+    BerWalkNode& n = *node;
     int stat;
     if (number == ASN_ID_OCTSTR) {
         n.kind = kWalkOctets;
@@ -217,11 +273,11 @@ int Walker::readIntoScratch(ASN1TAG tag, int length)
     return xd_octstr_s(c, scratch, &count, ASN1IMPL, length);
 }
 
-int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
+// Content of a primitive element whose length lies inside the message (the caller checked).
+int Walker::readPrimitive(BerWalkNode* node, ASN1TAG tag, int length)
 {
-    BerWalkNode& n = w.nodes[index];
+    BerWalkNode& n = *node;
     const ASN1OCTET* p = c->bufData + c->bufIndex;
-    const bool fits = (unsigned long long)c->bufIndex + (ASN1UINT)length <= c->bufSize;
     const ASN1UINT number = tag & TM_IDCODE_MASK;
     if ((tag & TM_CLASS_MASK) == TM_UNIV) {
         switch (number) {
@@ -235,8 +291,7 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
             }
         case ASN_ID_INT:
         case ASN_ID_ENUM:
-            if (fits && length >= 2 &&
-                ((p[0] == 0 && !(p[1] & 0x80)) || (p[0] == 0xff && (p[1] & 0x80))))
+            if (length >= 2 && ((p[0] == 0 && !(p[1] & 0x80)) || (p[0] == 0xff && (p[1] & 0x80))))
                 w.der = false;
             if (length >= 1 && length <= 4) {
                 n.kind = number == ASN_ID_INT ? kWalkInteger : kWalkEnum;
@@ -252,17 +307,18 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
             break;
         case ASN_ID_NULL:
             if (length == 0) {
+                // xd_null with implicit tagging reads nothing and succeeds.
                 n.kind = kWalkNull;
-                return xd_null(c, ASN1IMPL);
+                return 0;
             }
             break;
         case ASN_ID_OBJID:
-            if (!fits || !minimalObjId(p, length))
+            if (!minimalObjId(p, length))
                 w.der = false;
             n.kind = kWalkObjId;
             if (!keep)
                 return readIntoScratch(tag, length);
-            n.v.oid = (ASN1OBJID*)rtMemHeapAlloc(&c->typeHeap, (int)sizeof(ASN1OBJID));
+            n.v.oid = oidStorage(length);
             if (!n.v.oid)
                 return RT_E_NO_MEMORY;
             return xd_objid(c, n.v.oid, ASN1IMPL, length);
@@ -274,16 +330,29 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
             if ((number == ASN_ID_BITSTR && length == 0) || (number == ASN_ID_BMPString && length % 2) ||
                 (number == ASN_ID_UniversalString && length % 4))
                 w.der = false;
-            if (!keep && length >= 0 && length <= (int)sizeof scratch) {
+            if (!keep && length <= (int)sizeof scratch) {
                 n.kind = number == ASN_ID_BITSTR ? kWalkBitStr : kWalkOctets;
                 return readIntoScratch(tag, length);
             }
-            return readWholeString(index, tag, length);
+            // What xd_octstr and xd_bitstr do under shared input, without the calls.
+            if (share && number == ASN_ID_OCTSTR) {
+                n.kind = kWalkOctets;
+                return detail::shareOctets(c, &n.v.octets.data, &n.v.octets.numocts, length);
+            }
+            if (share && number == ASN_ID_BITSTR && length >= 2) {
+                n.kind = kWalkBitStr;
+                return detail::shareBits(c, &n.v.octets.data, &n.v.octets.numocts, length);
+            }
+            return readWholeString(node, tag, length);
         default:
             if (isUniversalString(number)) {
                 n.kind = kWalkCharStr;
-                if (!keep && length >= 0 && length <= (int)sizeof scratch)
+                if (!keep && length <= (int)sizeof scratch)
                     return readIntoScratch(tag, length);
+                if (share) {
+                    // The octets as they stand in the message, as xd_octstr shares them.
+                    return detail::shareOctets(c, &n.v.octets.data, &n.v.octets.numocts, length);
+                }
                 const char* text = nullptr;
                 int stat = xd_charstr(c, &text, ASN1IMPL, tag, length);
                 n.v.octets.data = (const ASN1OCTET*)text;
@@ -296,82 +365,178 @@ int Walker::readPrimitive(ASN1UINT index, ASN1TAG tag, int length)
     // Anything else keeps its content octets as they stand.
     w.der = w.der && !((tag & TM_CLASS_MASK) == TM_UNIV && number == ASN_ID_NULL);
     n.kind = kWalkOctets;
-    if (!keep && length >= 0 && length <= (int)sizeof scratch)
+    if (!keep && length <= (int)sizeof scratch)
         return readIntoScratch(tag, length);
+    if (share)
+        return detail::shareOctets(c, &n.v.octets.data, &n.v.octets.numocts, length);
     return xd_octstr(c, &n.v.octets.data, &n.v.octets.numocts, ASN1IMPL, length);
-}
-
-int Walker::readElement()
-{
-    const ASN1UINT offset = c->bufIndex;
-    ASN1TAG tag = 0;
-    int length = 0;
-    int stat = xd_tag_len(c, &tag, &length, RT_MATCH_ADVANCE);
-    if (stat != 0)
-        return stat;
-    const ASN1UINT headerEnd = c->bufIndex;
-    if (length == RT_INDEFINITE_LENGTH ||
-        headerEnd - offset != minimalHeaderSize(tag, length))
-        w.der = false;
-    if (length != RT_INDEFINITE_LENGTH) {
-        if (length < 0)
-            return RT_E_BAD_LENGTH;
-        unsigned long long end = (unsigned long long)headerEnd + (ASN1UINT)length;
-        if (end > c->bufSize)
-            return RT_E_END_OF_BUFFER;
-        if (depth > 0 && !frames[depth - 1].indefinite && end > frames[depth - 1].end)
-            return RT_E_BAD_LENGTH;
-    }
-
-    const ASN1UINT index = w.count;
-    BerWalkNode* n = append();
-    if (!n)
-        return RT_E_NO_MEMORY;
-    n->tag = tag;
-    n->length = length;
-    n->offset = offset;
-    n->depth = depth;
-
-    if (!(tag & TM_CONS))
-        return readPrimitive(index, tag, length);
-
-    const ASN1UINT number = tag & TM_IDCODE_MASK;
-    if ((tag & TM_CLASS_MASK) == TM_UNIV &&
-        (number == ASN_ID_OCTSTR || number == ASN_ID_BITSTR || number == ASN_ID_BMPString ||
-         number == ASN_ID_UniversalString || isUniversalString(number))) {
-        // A string in segments is read whole; when the readers refuse its shape, the
-        // segments are walked as elements instead.
-        w.der = false;
-        ++w.segmented;
-        RtBufferState state;
-        xu_SaveBufferState(c, &state);
-        const int errBefore = c->errInfo.status;
-        if (readWholeString(index, tag, length) == 0)
-            return 0;
-        xu_RestoreBufferState(c, &state);
-        c->errInfo.status = errBefore;
-        memset(&w.nodes[index].v, 0, sizeof w.nodes[index].v);
-    }
-    w.nodes[index].kind = kWalkConstructed;
-    const bool indefinite = length == RT_INDEFINITE_LENGTH;
-    if (!push(index, indefinite ? 0 : headerEnd + (ASN1UINT)length, indefinite))
-        return RT_E_NO_MEMORY;
-    return 0;
 }
 
 int Walker::run(const ASN1OCTET* msg, int msglen)
 {
-    ASN1TAG tag = 0;
-    int size = 0;
-    int stat = xd_setp(c, msg, msglen, &tag, &size);
+    ASN1TAG firstTag = 0;
+    int firstSize = 0;
+    int stat = xd_setp(c, msg, msglen, &firstTag, &firstSize);
     if (stat != 0)
         return stat;
-    do {
-        stat = readElement();
-        if (stat == 0)
-            stat = closeFinished();
-    } while (stat == 0 && depth > 0);
+    stat = walkElements();
     w.consumed = c->bufIndex;
+    return stat;
+}
+
+// The loop keeps the array's end and the innermost open element in locals, so that a
+// store into a node never forces them to be read again; `w` and the frame array are
+// brought up to date where others read them and on the way out.
+int Walker::walkElements()
+{
+    ASN1CTXT* const ctx = c;
+    // No reader moves the buffer or its end; the cursor is mirrored in `i` and written
+    // back before anything else reads it.
+    const ASN1OCTET* const data = ctx->bufData;
+    const ASN1UINT size = ctx->bufSize;
+    ASN1UINT i = ctx->bufIndex;
+    BerWalkNode* nodes = w.nodes;
+    ASN1UINT count = w.count;
+    ASN1UINT depth = 0;
+    ASN1UINT maxDepth = 0;
+    // The innermost open element, when depth > 0.
+    ASN1UINT topNode = 0;
+    ASN1UINT topEnd = 0;
+    bool topIndefinite = false;
+    int stat = 0;
+
+    for (;;) {
+        const ASN1UINT offset = i;
+        ASN1TAG tag = 0;
+        int length = 0;
+        bool minimal = false;
+        const ASN1UINT next = readCommonHeader(ctx, data, size, i, &tag, &length, &minimal);
+        if (next != 0) {
+            // Inside the message by construction; only the enclosing element can refuse it.
+            i = next;
+            if (!minimal)
+                w.der = false;
+            if (depth > 0 && !topIndefinite && (unsigned long long)i + (ASN1UINT)length > topEnd) {
+                stat = RT_E_BAD_LENGTH;
+                break;
+            }
+        } else {
+            stat = xd_tag_len(ctx, &tag, &length, RT_MATCH_ADVANCE);
+            if (stat != 0)
+                break;
+            i = ctx->bufIndex;
+            if (length == RT_INDEFINITE_LENGTH || i - offset != minimalHeaderSize(tag, length))
+                w.der = false;
+            if (length != RT_INDEFINITE_LENGTH) {
+                if (length < 0) {
+                    stat = RT_E_BAD_LENGTH;
+                    break;
+                }
+                const unsigned long long end = (unsigned long long)i + (ASN1UINT)length;
+                if (end > size) {
+                    stat = RT_E_END_OF_BUFFER;
+                    break;
+                }
+                if (depth > 0 && !topIndefinite && end > topEnd) {
+                    stat = RT_E_BAD_LENGTH;
+                    break;
+                }
+            }
+        }
+        const ASN1UINT headerEnd = i;
+
+        if (count == w.capacity) {
+            w.count = count;
+            if (!grow()) {
+                stat = RT_E_NO_MEMORY;
+                break;
+            }
+            nodes = w.nodes;
+        }
+        const ASN1UINT index = count++;
+        BerWalkNode* n = &nodes[index];
+        memset(n, 0, sizeof *n);
+        n->tag = tag;
+        n->length = length;
+        n->offset = offset;
+        n->lastChild = index;
+        n->depth = depth;
+
+        if (!(tag & TM_CONS)) {
+            stat = readPrimitive(n, tag, length);
+            if (stat != 0)
+                break;
+            i = ctx->bufIndex;
+        } else {
+            const ASN1UINT number = tag & TM_IDCODE_MASK;
+            bool whole = false;
+            if ((tag & TM_CLASS_MASK) == TM_UNIV &&
+                (number == ASN_ID_OCTSTR || number == ASN_ID_BITSTR || number == ASN_ID_BMPString ||
+                 number == ASN_ID_UniversalString || isUniversalString(number))) {
+                // A string in segments is read whole; when the readers refuse its shape, the
+                // segments are walked as elements instead.
+                w.der = false;
+                ++w.segmented;
+                RtBufferState state;
+                xu_SaveBufferState(ctx, &state);
+                const int errBefore = ctx->errInfo.status;
+                whole = readWholeString(n, tag, length) == 0;
+                if (!whole) {
+                    xu_RestoreBufferState(ctx, &state);
+                    ctx->errInfo.status = errBefore;
+                    memset(&n->v, 0, sizeof n->v);
+                }
+                i = ctx->bufIndex;
+            }
+            if (!whole) {
+                n->kind = kWalkConstructed;
+                if (depth > frameCapacity && !growFrames(depth - 1)) {
+                    stat = RT_E_NO_MEMORY;
+                    break;
+                }
+                if (depth > 0)
+                    frames[depth - 1] = Frame{topNode, topEnd, topIndefinite};
+                topNode = index;
+                topIndefinite = length == RT_INDEFINITE_LENGTH;
+                topEnd = topIndefinite ? 0 : headerEnd + (ASN1UINT)length;
+                ++depth;
+                if (depth > maxDepth)
+                    maxDepth = depth;
+            }
+        }
+
+        // Close every element that ends here.
+        while (depth > 0) {
+            if (!topIndefinite) {
+                if (i < topEnd)
+                    break;
+                if (i > topEnd) {
+                    stat = RT_E_BAD_LENGTH;  // a member ran past its element
+                    break;
+                }
+            } else if (i < size && size - i >= 2 && data[i] == 0 && data[i + 1] == 0) {
+                i += 2;
+                ctx->bufIndex = i;
+            } else if (i >= size) {
+                stat = RT_E_END_OF_BUFFER;  // end-of-contents missing
+                break;
+            } else {
+                break;
+            }
+            nodes[topNode].lastChild = count - 1;
+            if (--depth > 0) {
+                const Frame& f = frames[depth - 1];
+                topNode = f.node;
+                topEnd = f.end;
+                topIndefinite = f.indefinite;
+            }
+        }
+        if (stat != 0 || depth == 0)
+            break;
+    }
+    w.count = count;
+    if (maxDepth > w.maxDepth)
+        w.maxDepth = maxDepth;
     return stat;
 }
 
@@ -421,14 +586,9 @@ int berWriteBack(ASN1CTXT* pctxt, const BerWalk& walk)
         case kWalkObjId: len = xe_objid(pctxt, v.oid, ASN1IMPL); break;
         case kWalkBitStr: len = xe_bitstr(pctxt, v.octets.data, v.octets.numocts, ASN1IMPL); break;
         case kWalkOctets: len = xe_octstr(pctxt, v.octets.data, v.octets.numocts, ASN1IMPL); break;
-        case kWalkCharStr: {
-            const char* text = (const char*)v.octets.data;
-            if (text && strlen(text) == v.octets.numocts)
-                len = xe_charstr(pctxt, text, ASN1IMPL, tag);
-            else
-                len = xe_octstr(pctxt, v.octets.data, v.octets.numocts, ASN1IMPL);
-            break;
-        }
+        // A character string goes back as its counted octets: under shared input they are a
+        // view into the message with no terminator behind them.
+        case kWalkCharStr: len = xe_octstr(pctxt, v.octets.data, v.octets.numocts, ASN1IMPL); break;
         case kWalkBMPStr: len = xe_16BitCharStr(pctxt, &v.s16, ASN1IMPL, tag); break;
         case kWalkUniversalStr: len = xe_32BitCharStr(pctxt, &v.s32, ASN1IMPL, tag); break;
         }
