@@ -226,7 +226,12 @@ ASN1RT_API int rtDListToArray(ASN1CTXT* pctxt, Asn1RTDList* pList, void** ppArra
 {
     if (pElemCount != nullptr && *pElemCount < pList->count) {
         *pElemCount = pList->count;
-        void* array = rtMemHeapAlloc(&pctxt->typeHeap, static_cast<int>(pList->count * elemSize));
+        // The size in octets is taken in 64 bits: a product that wrapped would give a
+        // short array that the copy below runs past.
+        const ASN1UINT64 octets = static_cast<ASN1UINT64>(pList->count) * elemSize;
+        if (octets > static_cast<ASN1UINT64>(RT_MEMHEAP_MAX_ALLOC))
+            return RT_E_NO_MEMORY;
+        void* array = rtMemHeapAlloc(&pctxt->typeHeap, static_cast<int>(octets));
         if (array == nullptr)
             return RT_E_NO_MEMORY;
         *ppArray = array;  // the old array is not freed

@@ -153,6 +153,10 @@ ASN1RT_API int rtCheckBuffer(ASN1CTXT* pctxt, ASN1UINT nbytes)
     }
     if (pctxt->bufDynamic) {
         const ASN1UINT grow = nbytes > RT_BUFFER_GROWTH ? nbytes : RT_BUFFER_GROWTH;
+        // A size past the heap's reach would wrap the 32-bit bufSize below the octets
+        // still to be written: refused before anything is raised.
+        if (static_cast<ASN1UINT64>(pctxt->bufSize) + grow > static_cast<ASN1UINT64>(RT_MEMHEAP_MAX_ALLOC))
+            return rtErrSetData(&pctxt->errInfo, RT_E_NO_MEMORY);
         pctxt->bufSize += grow;  // raised first: it stays raised after a failure
         void* data = rtMemHeapRealloc(&pctxt->msgHeap, pctxt->bufData, static_cast<int>(pctxt->bufSize));
         if (data == nullptr)

@@ -299,6 +299,26 @@ TEST_F(RtLists, ToArray)
     rtDListFreeNodes(&ctxt, &list);
 }
 
+TEST_F(RtLists, ToArraySizeThatWouldWrapIsRefusedBeforeAnyCopy)
+{
+    Asn1RTDList list;
+    rtDListInit(&list);
+    int values[3] = {10, 20, 30};
+    for (int& x : values)
+        rtDListAppend(&ctxt, &list, &x);
+    // 3 * 0x55555556 is 0x100000002: taken in 32 bits it would ask for a 2-octet array.
+    int small[1] = {-1};
+    void* arr = small;
+    ASN1UINT cap = 0;
+    const size_t requestsBefore = alloc.mallocCalls();
+    EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, &cap, 0x55555556u), RT_E_NO_MEMORY);
+    EXPECT_EQ(alloc.mallocCalls(), requestsBefore);
+    EXPECT_EQ(arr, static_cast<void*>(small));
+    EXPECT_EQ(small[0], -1);
+    EXPECT_EQ(ctxt.errInfo.status, 0);
+    rtDListFreeNodes(&ctxt, &list);
+}
+
 TEST_F(RtLists, AppendArrayPointsIntoTheArray)
 {
     Asn1RTDList list;
@@ -600,6 +620,28 @@ TEST_F(RtLists, CheckBufferGrowthFailureKeepsTheRaisedSize)
     EXPECT_EQ(ctxt.errInfo.status, -12);
     EXPECT_EQ(ctxt.bufSize, 8u + 16384u);  // raised first
     EXPECT_EQ(ctxt.bufData, data);
+}
+
+TEST_F(RtLists, CheckBufferGrowthPastTheHeapsReachFailsWithoutWrapping)
+{
+    ASSERT_EQ(rtInitContextBuffer(&ctxt, nullptr, 8), 0);
+    ASN1OCTET* data = ctxt.bufData;
+    ctxt.bufIndex = 8;
+    const size_t requestsBefore = alloc.mallocCalls();
+    // 8 plus this count passes 2^32: a wrapped size of 3 would have "fit" in the old block.
+    EXPECT_EQ(rtCheckBuffer(&ctxt, 0xFFFFFFFBu), RT_E_NO_MEMORY);
+    EXPECT_EQ(ctxt.errInfo.status, -12);
+    EXPECT_EQ(ctxt.bufSize, 8u);
+    EXPECT_EQ(ctxt.bufData, data);
+    // Below 2^32 but beyond what one heap block can hold: the same, with no request made.
+    EXPECT_EQ(rtCheckBuffer(&ctxt, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) - 7u), RT_E_NO_MEMORY);
+    EXPECT_EQ(ctxt.bufSize, 8u);
+    EXPECT_EQ(alloc.mallocCalls(), requestsBefore);
+    // The largest growth that still fits is attempted (and here refused by the allocator).
+    alloc.failNext();
+    EXPECT_EQ(rtCheckBuffer(&ctxt, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) - 8u), RT_E_NO_MEMORY);
+    EXPECT_EQ(ctxt.bufSize, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC));
+    EXPECT_EQ(alloc.mallocCalls(), requestsBefore + 1);
 }
 
 }  // namespace
