@@ -255,13 +255,16 @@ ASN1RT_API void rtDListAppendArrayCopy(ASN1CTXT* pctxt, Asn1RTDList* pList, cons
 {
     if (elemSize == 0)
         return;  // the loop would not advance
+    if (elemSize > static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC))
+        return;  // no heap block holds one element: every allocation would fail
     const unsigned char* p = static_cast<const unsigned char*>(pArray);
-    for (ASN1UINT off = 0; off < totalOctets; off += elemSize) {
+    // The offset is 64 bits wide: a 32-bit one would wrap past a failed step and start over.
+    for (ASN1UINT64 off = 0; off < totalOctets; off += elemSize) {
         void* copy = rtMemHeapAlloc(&pctxt->typeHeap, static_cast<int>(elemSize));
         if (copy == nullptr)
             continue;
         // A last, partial element is copied as far as the array goes, the rest zeroed.
-        ASN1UINT n = totalOctets - off < elemSize ? totalOctets - off : elemSize;
+        const ASN1UINT n = totalOctets - off < elemSize ? static_cast<ASN1UINT>(totalOctets - off) : elemSize;
         memcpy(copy, p + off, n);
         if (n < elemSize)
             memset(static_cast<unsigned char*>(copy) + n, 0, elemSize - n);

@@ -355,6 +355,25 @@ TEST_F(RtLists, AppendArrayCopyTakesATotalInOctets)
     rtDListFreeAll(&ctxt, &list);
 }
 
+TEST_F(RtLists, AppendArrayCopyNearTheTopOfThe32BitRangeEnds)
+{
+    Asn1RTDList list;
+    rtDListInit(&list);
+    const char arr[1] = {0};
+    // Steps of 2^30 through a total of 2^32 - 1, every copy refused by the counting
+    // allocator's size limit: four requests, then the end. A 32-bit offset would wrap to
+    // 0 and go round for ever.
+    size_t before = alloc.mallocCalls();
+    rtDListAppendArrayCopy(&ctxt, &list, arr, 0xFFFFFFFFu, 0x40000000u);
+    EXPECT_EQ(alloc.mallocCalls() - before, 4u);
+    EXPECT_EQ(list.count, 0u);
+    // An element larger than any heap block: nothing is asked of the allocator at all.
+    before = alloc.mallocCalls();
+    rtDListAppendArrayCopy(&ctxt, &list, arr, 0xFFFFFFFFu, 0x80000000u);
+    EXPECT_EQ(alloc.mallocCalls(), before);
+    EXPECT_EQ(list.count, 0u);
+}
+
 TEST_F(RtLists, SListWithAContextUsesTheTypeHeap)
 {
     Asn1RTSList list;
