@@ -153,11 +153,15 @@ ASN1RT_API int rtCheckBuffer(ASN1CTXT* pctxt, ASN1UINT nbytes)
     }
     if (pctxt->bufDynamic) {
         const ASN1UINT grow = nbytes > RT_BUFFER_GROWTH ? nbytes : RT_BUFFER_GROWTH;
-        // A size past the heap's reach would wrap the 32-bit bufSize below the octets
-        // still to be written: refused before anything is raised.
-        if (static_cast<ASN1UINT64>(pctxt->bufSize) + grow > static_cast<ASN1UINT64>(RT_MEMHEAP_MAX_ALLOC))
+        // A size past 32 bits would wrap bufSize below the octets still to be written:
+        // refused before anything is raised.
+        const ASN1UINT64 wanted = static_cast<ASN1UINT64>(pctxt->bufSize) + grow;
+        if (wanted > 0xFFFFFFFFu)
             return rtErrSetData(&pctxt->errInfo, RT_E_NO_MEMORY);
-        pctxt->bufSize += grow;  // raised first: it stays raised after a failure
+        pctxt->bufSize = static_cast<ASN1UINT>(wanted);  // raised first: it stays raised after a failure
+        // Past the heap's reach the int size of the heap call would turn negative.
+        if (wanted > static_cast<ASN1UINT64>(RT_MEMHEAP_MAX_ALLOC))
+            return rtErrSetData(&pctxt->errInfo, RT_E_NO_MEMORY);
         void* data = rtMemHeapRealloc(&pctxt->msgHeap, pctxt->bufData, static_cast<int>(pctxt->bufSize));
         if (data == nullptr)
             return rtErrSetData(&pctxt->errInfo, RT_E_NO_MEMORY);

@@ -652,11 +652,14 @@ TEST_F(RtLists, CheckBufferGrowthPastTheHeapsReachFailsWithoutWrapping)
     EXPECT_EQ(ctxt.errInfo.status, -12);
     EXPECT_EQ(ctxt.bufSize, 8u);
     EXPECT_EQ(ctxt.bufData, data);
-    // Below 2^32 but beyond what one heap block can hold: the same, with no request made.
+    // Below 2^32 but beyond what one heap block can hold: -12 with no request made, the
+    // size raised as on every failed growth.
     EXPECT_EQ(rtCheckBuffer(&ctxt, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) - 7u), RT_E_NO_MEMORY);
-    EXPECT_EQ(ctxt.bufSize, 8u);
+    EXPECT_EQ(ctxt.bufSize, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) + 1u);
+    EXPECT_EQ(ctxt.bufData, data);
     EXPECT_EQ(alloc.mallocCalls(), requestsBefore);
     // The largest growth that still fits is attempted (and here refused by the allocator).
+    ctxt.bufSize = 8;
     alloc.failNext();
     EXPECT_EQ(rtCheckBuffer(&ctxt, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) - 8u), RT_E_NO_MEMORY);
     EXPECT_EQ(ctxt.bufSize, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC));
