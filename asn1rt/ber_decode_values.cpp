@@ -433,7 +433,8 @@ int xd_bitstr_s(ASN1CTXT* pctxt, ASN1OCTET* dest, ASN1UINT* numbits, int tagging
         memmove(dest + lastPos, dest + lastPos + 1, lastLen - 1);
         total -= 1;
     }
-    if (unused > 7)
+    // Unused bits with no octet to hold them would make the count wrap below zero.
+    if (unused > 7 || (total == 0 && unused != 0))
         return setErr(pctxt, RT_E_BAD_VALUE);
     if (length != RT_INDEFINITE_LENGTH && (long long)pctxt->bufIndex - (long long)start != (long long)length)
         return setErr(pctxt, RT_E_BAD_LENGTH);
