@@ -98,8 +98,9 @@ int readIdentifier(ASN1CTXT* pctxt, ASN1TAG* tag);
 // -2 (bare) when no octet is left for it.
 int readShortOrLongLength(ASN1CTXT* pctxt, int* len);
 
-// From just behind an indefinite-length header to behind its end-of-contents, counting
-// nesting; the cursor at the end (the element's total size when it started at 0).
+// From the first octet of an indefinite-length element (its header included) to behind
+// its end-of-contents, counting nesting; the cursor at the end (the element's total size
+// when it started at 0).
 int measureIndefinite(ASN1CTXT* pctxt);
 
 // The explicit header of the value readers: the exact primitive identifier, then the

@@ -47,12 +47,17 @@ int readStringOctets(ASN1CTXT* pctxt, int tagging, ASN1TAG tag, int length, int 
     }
     *lengthOut = length;
     *constructed = (pctxt->flags & RT_FLAG_CONSTRUCTED) != 0;
+    // Measured as segments, an indefinite span is longer than its content: copied whole by
+    // the primitive form it would not fit the allocation.
+    if (length == RT_INDEFINITE_LENGTH && !*constructed)
+        return setErr(pctxt, RT_E_BAD_LENGTH);
     int content = 0, span = 0;
     stat = measureString(pctxt, ASN_ID_OCTSTR, length, &content, &span);
     if (stat != 0)
         return setErr(pctxt, stat);
+    // No content: the copy below refuses the negative length, and the text is still stored.
     if (content < 0)
-        return setErr(pctxt, RT_E_BAD_LENGTH);
+        content = 0;
     if (content > RT_MEMHEAP_MAX_ALLOC - extra)
         return setErr(pctxt, RT_E_NO_MEMORY);
     ASN1OCTET* p = (ASN1OCTET*)rtMemHeapAlloc(&pctxt->typeHeap, content + extra);
@@ -137,6 +142,9 @@ int xd_uint16(ASN1CTXT* pctxt, ASN1USINT* value, int tagging, int length)
     }
     if ((ASN1UINT)length >= 4)
         return setErr(pctxt, RT_E_INT_TOO_BIG);
+    // At three octets the leading one must be 0, tested before the two behind it.
+    if (length == 3 && pctxt->bufIndex < pctxt->bufSize && pctxt->bufData[pctxt->bufIndex] != 0)
+        return setErr(pctxt, RT_E_INT_TOO_BIG);
     // Length 0 still takes one octet: kept as it stands.
     int take = length == 0 ? 1 : length;
     if (!contentFits(pctxt, take))
@@ -144,8 +152,6 @@ int xd_uint16(ASN1CTXT* pctxt, ASN1USINT* value, int tagging, int length)
     const ASN1OCTET* p = pctxt->bufData + pctxt->bufIndex;
     ASN1USINT v;
     if (length == 3) {
-        if (p[0] != 0)
-            return setErr(pctxt, RT_E_INT_TOO_BIG);
         v = (ASN1USINT)((p[1] << 8) | p[2]);
     } else if (length == 2) {
         v = (ASN1USINT)((p[0] << 8) | p[1]);
@@ -324,6 +330,9 @@ int xd_octstr(ASN1CTXT* pctxt, const ASN1OCTET** data, ASN1UINT* numocts, int ta
             return setErr(pctxt, stat);
     }
     const bool constructed = (pctxt->flags & RT_FLAG_CONSTRUCTED) != 0;
+    // The primitive form would copy the whole measured span into the content's allocation.
+    if (length == RT_INDEFINITE_LENGTH && !constructed)
+        return setErr(pctxt, RT_E_BAD_LENGTH);
     int content = 0, span = 0;
     stat = measureString(pctxt, ASN_ID_OCTSTR, length, &content, &span);
     if (stat != 0)

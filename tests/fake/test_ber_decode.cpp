@@ -526,6 +526,9 @@ TEST(BerDecodeInteger, Uint16)
         {"no long form", "02810105", 1, 0, RT_E_INT_TOO_BIG, true, 0, 2},
         {"wrong tag", "0a0105", 1, 0, RT_E_TAG_MISMATCH, true, 0, 0},
         {"second content octet missing", "020201", 1, 0, RT_E_END_OF_BUFFER, false, 0, 2},
+        // The leading octet of three is judged before the two behind it are looked for.
+        {"three octets cut short, no leading zero", "0500", 0, 3, RT_E_INT_TOO_BIG, true, 0, 0},
+        {"three octets cut short, leading zero", "0005", 0, 3, RT_E_END_OF_BUFFER, false, 0, 0},
         {"implicit length 0", "09", 0, 0, 0, false, 9, 1},
     };
     for (const IntCase& t : cases) {
@@ -974,6 +977,67 @@ TEST(BerDecodeCharString, WideKinds)
         EXPECT_EQ(xd_32BitCharStr(&d.c, &s, 1, 28, 0), RT_E_TAG_MISMATCH);
         EXPECT_EQ(d.recorded(), RT_E_TAG_MISMATCH);
     }
+}
+
+TEST(BerDecodeCharString, IndefiniteLengthNeedsTheConstructedForm)
+{
+    // Handed an indefinite length while the tag read last was primitive, the readers refuse
+    // it: measured as segments, the span (four octets) is longer than the content (two).
+    const std::string in = "04026162 0000";
+    {
+        Dec d(in);
+        const ASN1OCTET* data = nullptr;
+        ASN1UINT n = 0;
+        EXPECT_EQ(xd_octstr(&d.c, &data, &n, 0, kIndef), RT_E_BAD_LENGTH);
+        EXPECT_EQ(d.recorded(), RT_E_BAD_LENGTH);
+        EXPECT_EQ(d.at(), 0u);
+    }
+    {
+        Dec d(in);
+        const char* text = nullptr;
+        EXPECT_EQ(xd_charstr(&d.c, &text, 0, 12, kIndef), RT_E_BAD_LENGTH);
+        EXPECT_EQ(d.recorded(), RT_E_BAD_LENGTH);
+    }
+    {
+        Dec d(in);
+        Asn116BitCharString s{};
+        EXPECT_EQ(xd_16BitCharStr(&d.c, &s, 0, 30, kIndef), RT_E_BAD_LENGTH);
+        EXPECT_EQ(d.recorded(), RT_E_BAD_LENGTH);
+    }
+    {
+        Dec d(in);
+        Asn132BitCharString s{};
+        EXPECT_EQ(xd_32BitCharStr(&d.c, &s, 0, 28, kIndef), RT_E_BAD_LENGTH);
+        EXPECT_EQ(d.recorded(), RT_E_BAD_LENGTH);
+    }
+    {
+        // A bit string stays inside its allocation by its capacity test: a bare -17.
+        Dec d("03020080 0000");
+        const ASN1OCTET* data = nullptr;
+        ASN1UINT n = 0;
+        EXPECT_EQ(xd_bitstr(&d.c, &data, &n, 0, kIndef), RT_E_TOO_LONG);
+        EXPECT_EQ(d.recorded(), 0);
+    }
+    {
+        // With the constructed form the same octets are one segment and its end.
+        Dec d(in);
+        d.c.flags |= RT_FLAG_CONSTRUCTED;
+        const ASN1OCTET* data = nullptr;
+        ASN1UINT n = 0;
+        ASSERT_EQ(xd_octstr(&d.c, &data, &n, 0, kIndef), 0);
+        EXPECT_EQ(toHex(data, n), "6162");
+        EXPECT_EQ(d.at(), d.size());
+    }
+}
+
+TEST(BerDecodeCharString, NegativeLengthStillStoresAnEmptyText)
+{
+    Dec d("41");
+    const char* text = nullptr;
+    EXPECT_EQ(xd_charstr(&d.c, &text, 0, 12, -3), RT_E_BAD_LENGTH);
+    EXPECT_EQ(d.recorded(), RT_E_BAD_LENGTH);
+    ASSERT_NE(text, nullptr);
+    EXPECT_STREQ(text, "");
 }
 
 // ---- Open types ------------------------------------------------------------------------
