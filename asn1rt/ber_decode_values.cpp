@@ -510,7 +510,13 @@ int xd_charstr(ASN1CTXT* pctxt, const char** text, int tagging, ASN1TAG tag, int
     return closeIndefiniteString(pctxt, constructed, length);
 }
 
-int xd_16BitCharStr(ASN1CTXT* pctxt, Asn116BitCharString* value, int tagging, ASN1TAG tag, int length)
+extern "C++" {
+namespace {
+
+// BMPString and UniversalString: the content octets turned in place into host values of
+// the character's width (big-endian units; a trailing partial unit is ignored).
+template <class Char, class Record>
+int decodeWideString(ASN1CTXT* pctxt, Record* value, int tagging, ASN1TAG tag, int length)
 {
     if (tagging == ASN1EXPL) {
         int stat = xd_match1(pctxt, ASN1_TAG_TO_OCTET(tag), &length);
@@ -528,44 +534,30 @@ int xd_16BitCharStr(ASN1CTXT* pctxt, Asn116BitCharString* value, int tagging, AS
     int stat = readStringOctets(pctxt, ASN1IMPL, tag, length, 0, &p, &count, &constructed, &length);
     if (stat != 0)
         return stat;
-    // Big-endian pairs turned in place into host values; an odd last octet is ignored.
-    ASN1UINT n = count / 2;
+    const ASN1UINT n = count / sizeof(Char);
     for (ASN1UINT k = 0; k < n; ++k) {
-        ASN1USINT c = (ASN1USINT)((p[2 * k] << 8) | p[2 * k + 1]);
-        memcpy(p + 2 * k, &c, sizeof c);
+        const ASN1OCTET* q = p + sizeof(Char) * k;
+        Char c = 0;
+        for (size_t i = 0; i < sizeof(Char); ++i)
+            c = (Char)((c << 8) | q[i]);
+        memcpy(p + sizeof(Char) * k, &c, sizeof c);
     }
     value->nchars = n;
-    value->data = (ASN1USINT*)(void*)p;
+    value->data = (Char*)(void*)p;
     return closeIndefiniteString(pctxt, constructed, length);
+}
+
+}  // namespace
+}  // extern "C++"
+
+int xd_16BitCharStr(ASN1CTXT* pctxt, Asn116BitCharString* value, int tagging, ASN1TAG tag, int length)
+{
+    return decodeWideString<ASN1USINT>(pctxt, value, tagging, tag, length);
 }
 
 int xd_32BitCharStr(ASN1CTXT* pctxt, Asn132BitCharString* value, int tagging, ASN1TAG tag, int length)
 {
-    if (tagging == ASN1EXPL) {
-        int stat = xd_match1(pctxt, ASN1_TAG_TO_OCTET(tag), &length);
-        if (stat != 0)
-            return setErr(pctxt, stat);
-    }
-    if (length == 0) {
-        value->nchars = 0;
-        value->data = nullptr;
-        return 0;
-    }
-    ASN1OCTET* p = nullptr;
-    ASN1UINT count = 0;
-    bool constructed = false;
-    int stat = readStringOctets(pctxt, ASN1IMPL, tag, length, 0, &p, &count, &constructed, &length);
-    if (stat != 0)
-        return stat;
-    ASN1UINT n = count / 4;
-    for (ASN1UINT k = 0; k < n; ++k) {
-        const ASN1OCTET* q = p + 4 * k;
-        ASN1UINT c = ((ASN1UINT)q[0] << 24) | ((ASN1UINT)q[1] << 16) | ((ASN1UINT)q[2] << 8) | q[3];
-        memcpy(p + 4 * k, &c, sizeof c);
-    }
-    value->nchars = n;
-    value->data = (ASN1UINT*)(void*)p;
-    return closeIndefiniteString(pctxt, constructed, length);
+    return decodeWideString<ASN1UINT>(pctxt, value, tagging, tag, length);
 }
 
 int xd_objid(ASN1CTXT* pctxt, ASN1OBJID* value, int tagging, int length)

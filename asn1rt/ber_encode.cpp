@@ -281,24 +281,27 @@ int xe_integer(ASN1CTXT* pctxt, const ASN1INT* value, int tagging)
     return len;
 }
 
+// The unsigned writers of every width share one body.
+static int writeUnsigned(ASN1CTXT* pctxt, ASN1UINT value, int tagging)
+{
+    int len = writeOctets(pctxt, unsignedOctets(value));
+    if (len >= 1 && tagging == ASN1EXPL)
+        return xe_tag_len(pctxt, ASN_ID_INT, len);
+    return len;
+}
+
 int xe_unsigned(ASN1CTXT* pctxt, const ASN1UINT* value, int tagging)
 {
     if (!value)
         return RT_E_BAD_VALUE;
-    int len = writeOctets(pctxt, unsignedOctets(*value));
-    if (len >= 1 && tagging == ASN1EXPL)
-        return xe_tag_len(pctxt, ASN_ID_INT, len);
-    return len;
+    return writeUnsigned(pctxt, *value, tagging);
 }
 
 int xe_uint16(ASN1CTXT* pctxt, const ASN1USINT* value, int tagging)
 {
     if (!value)
         return RT_E_BAD_VALUE;
-    int len = writeOctets(pctxt, unsignedOctets(*value));
-    if (len >= 1 && tagging == ASN1EXPL)
-        return xe_tag_len(pctxt, ASN_ID_INT, len);
-    return len;
+    return writeUnsigned(pctxt, *value, tagging);
 }
 
 int xe_enum(ASN1CTXT* pctxt, const ASN1ENUM* value, int tagging)
