@@ -190,6 +190,13 @@ enum BerWalkKind : unsigned char {
     kWalkUniversalStr,
 };
 
+// What the walk does with the content of a primitive element.
+enum BerWalkMode : unsigned char {
+    kWalkKeepValues,     // read by its typed reader, kept on the context's type heap
+    kWalkScratchValues,  // read and checked by the caller-storage readers, then dropped
+    kWalkStructure,      // not read: kept as a view into the message (kWalkOctets)
+};
+
 struct BerWalkNode {
     ASN1TAG tag;          // as read, form bit included
     ASN1INT length;       // content length as read, or RT_INDEFINITE_LENGTH
@@ -211,23 +218,31 @@ struct BerWalkNode {
 };
 
 struct BerWalk {
-    BerWalkNode* nodes = nullptr;  // on the context's type heap
+    BerWalkNode* nodes = nullptr;  // the caller's storage, or on the context's type heap
+    BerWalkNode* storage = nullptr;  // the caller's array, when one was given
     ASN1UINT count = 0;
     ASN1UINT capacity = 0;
     ASN1UINT consumed = 0;   // octets of the first element
     ASN1UINT maxDepth = 0;
     bool der = true;         // minimal definite forms only: writing back gives the input
-    ASN1UINT segmented = 0;  // constructed strings met; each goes back as one primitive
-    bool valuesKept = true;  // false: values were read and checked, then dropped
+    ASN1UINT segmented = 0;  // constructed strings read whole; each goes back as one primitive
+    BerWalkMode mode = kWalkKeepValues;
     int status = 0;
 };
 
 /* Walks the first element of the message.  0 or the first failing status; the nodes
- * read so far stay in `walk`.  Values live on the context's type heap; without
- * keepValues they are read into scratch storage by the caller-storage readers
- * (xd_octstr_s, xd_bitstr_s, xd_objid) and dropped, and the walk cannot be written back. */
+ * read so far stay in `walk`, on the context's type heap.  With kWalkKeepValues values
+ * live there too; with kWalkScratchValues they are read into scratch storage by the
+ * caller-storage readers (xd_octstr_s, xd_bitstr_s, xd_objid) and dropped, and the walk
+ * cannot be written back; with kWalkStructure only headers are read, constructed strings
+ * stay in their segments, and `der` speaks of the headers alone (contents go back as they
+ * came): the nodes point into the message, which must outlive them.
+ * With `storage`, the nodes go into the caller's array of storageCount first, and move
+ * to the heap only when it is full: a reader of many messages keeps one array and one
+ * context and allocates nothing per message. */
 ASN1RT_HIDDEN int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk,
-                          bool keepValues = true);
+                          BerWalkMode mode = kWalkKeepValues, BerWalkNode* storage = nullptr,
+                          ASN1UINT storageCount = 0);
 
 /* Writes the walked tree back with definite lengths into a fresh dynamic buffer of the
  * same context: the length, with the octets at xe_getp(pctxt), or a status (-99 for a

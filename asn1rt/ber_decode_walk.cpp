@@ -130,8 +130,9 @@ inline ASN1UINT readCommonHeader(ASN1CTXT* c, const ASN1OCTET* data, ASN1UINT si
 
 class Walker {
 public:
-    Walker(ASN1CTXT* pctxt, BerWalk& walk, int msglen, bool keepValues)
-        : c(pctxt), w(walk), initialCapacity(firstCapacity(msglen)), keep(keepValues),
+    Walker(ASN1CTXT* pctxt, BerWalk& walk, int msglen, BerWalkMode mode)
+        : c(pctxt), w(walk), initialCapacity(firstCapacity(msglen)), keep(mode == kWalkKeepValues),
+          structure(mode == kWalkStructure),
           share((pctxt->flags & RT_FLAG_SHARE_INPUT) != 0)
     {
     }
@@ -157,6 +158,7 @@ private:
     bool grow();
     bool growFrames(ASN1UINT used);
     int walkElements();
+    int walkStructure();
     int readPrimitive(BerWalkNode* n, ASN1TAG tag, int length);
     int readIntoScratch(ASN1TAG tag, int length);
     int readWholeString(BerWalkNode* n, ASN1TAG tag, int length);
@@ -167,6 +169,8 @@ private:
     const ASN1UINT initialCapacity;
     // Without kept values, contents are read into these with the caller-storage readers.
     const bool keep;
+    // Headers only: a primitive's content stays where it is in the message.
+    const bool structure;
     // With shared input, character strings are kept as views into the message as well.
     const bool share;
     // Kept identifiers are carved from blocks of the type heap, each sized to its arcs.
@@ -182,14 +186,23 @@ private:
 
 bool Walker::grow()
 {
-    ASN1UINT next = w.capacity ? w.capacity * 2 : initialCapacity;
-    if (next > (ASN1UINT)(RT_MEMHEAP_MAX_ALLOC / sizeof(BerWalkNode)))
+    // A caller's array may be of any size: doubled in 64 bits, checked, then narrowed.
+    const unsigned long long next = w.capacity ? 2ull * w.capacity : initialCapacity;
+    if (next > (unsigned long long)(RT_MEMHEAP_MAX_ALLOC / sizeof(BerWalkNode)))
         return false;
-    void* p = rtMemHeapRealloc(&c->typeHeap, w.nodes, (int)(next * sizeof(BerWalkNode)));
+    void* p;
+    if (w.nodes != nullptr && w.nodes == w.storage) {
+        // The caller's array is full: the walk goes on in the heap.
+        p = rtMemHeapAlloc(&c->typeHeap, (int)(next * sizeof(BerWalkNode)));
+        if (p)
+            memcpy(p, w.nodes, (size_t)w.count * sizeof(BerWalkNode));
+    } else {
+        p = rtMemHeapRealloc(&c->typeHeap, w.nodes, (int)(next * sizeof(BerWalkNode)));
+    }
     if (!p)
         return false;
     w.nodes = (BerWalkNode*)p;
-    w.capacity = next;
+    w.capacity = (ASN1UINT)next;
     return true;
 }
 
@@ -379,7 +392,7 @@ int Walker::run(const ASN1OCTET* msg, int msglen)
     int stat = xd_setp(c, msg, msglen, &firstTag, &firstSize);
     if (stat != 0)
         return stat;
-    stat = walkElements();
+    stat = structure ? walkStructure() : walkElements();
     w.consumed = c->bufIndex;
     return stat;
 }
@@ -540,13 +553,216 @@ int Walker::walkElements()
     return stat;
 }
 
+// Headers only, in one tight loop: the common header (one identifier octet, a length in
+// the short form or in one or two octets, content inside the enclosing element) is read
+// here; anything else, and an end-of-contents, leaves the loop's fast path.  An element
+// with an indefinite length has no end to compare with: its end-of-contents closes it.
+constexpr ASN1UINT kNoEnd = 0xffffffffu;
+
+// savedState and the form flag as xd_tag_len leaves them after reading the header at
+// `offset` with `cons` as its form, `before` being the flag word it found.
+inline void noteHeader(ASN1CTXT* ctx, ASN1UINT offset, ASN1USINT before, bool cons)
+{
+    ctx->savedState.index = offset;
+    ctx->savedState.bitOffset = ctx->bitOffset;
+    ctx->savedState.flags = before;
+    ctx->flags = cons ? (ASN1USINT)(before | RT_FLAG_CONSTRUCTED) : (ASN1USINT)(before & ~RT_FLAG_CONSTRUCTED);
+}
+
+// Not inlined into berWalk: the loop gets the registers to itself.
+__attribute__((noinline)) int Walker::walkStructure()
+{
+    ASN1CTXT* const ctx = c;
+    const ASN1OCTET* const data = ctx->bufData;
+    const ASN1UINT size = ctx->bufSize;
+    // Nothing here sets RT_FLAG_LAST_EOC (xd_setp cleared it), so only the form bit of the
+    // flag word changes: the context is brought up to date from the nodes when xd_tag_len
+    // is to read it and on the way out, not at every header.
+    const ASN1USINT entryFlags = ctx->flags;
+    const auto settle = [ctx, entryFlags](const BerWalkNode* all, ASN1UINT nodeCount) {
+        if (nodeCount == 0)
+            return;
+        const ASN1USINT before =
+            nodeCount == 1 ? entryFlags
+                           : (all[nodeCount - 2].tag & TM_CONS) ? (ASN1USINT)(entryFlags | RT_FLAG_CONSTRUCTED)
+                                                                : (ASN1USINT)(entryFlags & ~RT_FLAG_CONSTRUCTED);
+        noteHeader(ctx, all[nodeCount - 1].offset, before, (all[nodeCount - 1].tag & TM_CONS) != 0);
+    };
+    ASN1UINT i = ctx->bufIndex;
+    BerWalkNode* nodes = w.nodes;
+    ASN1UINT capacity = w.capacity;
+    ASN1UINT count = w.count;
+    Frame* stack = frames;
+    ASN1UINT depth = 0;
+    // The innermost open element: its node and the end of its content, kNoEnd when it has
+    // an indefinite length (0 while there is none).
+    ASN1UINT topNode = 0;
+    ASN1UINT topEnd = 0;
+    // Set where the loop leaves with the context saying more than the nodes do: xd_tag_len
+    // read (or failed to read) a header that became no node.
+    bool ctxAhead = false;
+    int stat = 0;
+
+    for (;;) {
+        const ASN1UINT offset = i;
+        // Where the members of the innermost element must end: no further than the message.
+        const ASN1UINT limit = topEnd != 0 && topEnd < size ? topEnd : size;
+        ASN1TAG tag = 0;
+        ASN1UINT length = 0;
+        ASN1UINT next = 0;
+        // The cursor never passes size.
+        if (size - i >= 4) {
+            const ASN1OCTET id = data[i];
+            const ASN1OCTET first = data[i + 1];
+            tag = ((ASN1TAG)(id & 0xe0) << 24) | (ASN1TAG)(id & TM_B_IDCODE_MASK);
+            // A long tag and an end-of-contents go the long way.
+            if ((id & TM_B_IDCODE_MASK) != TM_B_LONG_FORM && id != 0) {
+                if (first < 0x80) {
+                    length = first;
+                    next = i + 2;
+                } else if (first == 0x81 || first == 0x82) {
+                    const bool two = first == 0x82;
+                    length = two ? ((ASN1UINT)data[i + 2] << 8) | data[i + 3] : data[i + 2];
+                    next = i + 3 + (two ? 1 : 0);
+                    if (length < (two ? 0x100u : 0x80u))
+                        w.der = false;  // the length would fit fewer octets
+                }
+                // So does a content beyond the element, for the status; the long way
+                // judges its header again.
+                if ((unsigned long long)next + length > limit)
+                    next = 0;
+            }
+        }
+        if (next != 0) {
+            i = next;
+        } else {
+            if (topEnd == kNoEnd && size - i >= 2 && data[i] == 0 && data[i + 1] == 0) {
+                // The end-of-contents of the innermost element.
+                i += 2;
+                goto closeTop;
+            }
+            settle(nodes, count);
+            ctx->bufIndex = i;
+            ASN1TAG readTag = 0;
+            int readLength = 0;
+            stat = xd_tag_len(ctx, &readTag, &readLength, RT_MATCH_ADVANCE);
+            i = ctx->bufIndex;
+            ctxAhead = true;
+            if (stat != 0)
+                break;
+            if (readLength == RT_INDEFINITE_LENGTH || i - offset != minimalHeaderSize(readTag, readLength))
+                w.der = false;
+            if (readLength != RT_INDEFINITE_LENGTH) {
+                if (readLength < 0) {
+                    stat = RT_E_BAD_LENGTH;
+                    break;
+                }
+                if ((unsigned long long)i + (ASN1UINT)readLength > size) {
+                    stat = RT_E_END_OF_BUFFER;
+                    break;
+                }
+                if ((unsigned long long)i + (ASN1UINT)readLength > limit) {
+                    stat = RT_E_BAD_LENGTH;  // inside the message, not inside its element
+                    break;
+                }
+            }
+            tag = readTag;
+            length = (ASN1UINT)readLength;
+        }
+
+        if (count == capacity) {
+            w.count = count;
+            if (!grow()) {
+                if (!ctxAhead) {
+                    settle(nodes, count);
+                    noteHeader(ctx, offset, ctx->flags, (tag & TM_CONS) != 0);
+                    ctxAhead = true;
+                }
+                stat = RT_E_NO_MEMORY;
+                break;
+            }
+            nodes = w.nodes;
+            capacity = w.capacity;
+        }
+        ctxAhead = false;
+        {
+            const ASN1UINT index = count++;
+            BerWalkNode* const n = &nodes[index];
+            n->tag = tag;
+            n->length = (ASN1INT)length;
+            n->offset = offset;
+            n->lastChild = index;
+            n->depth = depth;
+            if (!(tag & TM_CONS)) {
+                // Inside the message: both header readers saw to that.
+                n->kind = kWalkOctets;
+                n->v.octets.numocts = length;
+                n->v.octets.data = data + i;
+                i += length;
+                if (i < topEnd)
+                    continue;
+            } else {
+                n->kind = kWalkConstructed;
+                n->v.octets.numocts = 0;
+                n->v.octets.data = nullptr;
+                if (depth > frameCapacity) {
+                    if (!growFrames(depth - 1)) {
+                        stat = RT_E_NO_MEMORY;
+                        break;
+                    }
+                    stack = frames;
+                }
+                if (depth > 0)
+                    stack[depth - 1] = Frame{topNode, topEnd, false};
+                topNode = index;
+                topEnd = length == (ASN1UINT)RT_INDEFINITE_LENGTH ? kNoEnd : i + length;
+                if (++depth > w.maxDepth)
+                    w.maxDepth = depth;
+                if (i < topEnd)
+                    continue;
+            }
+        }
+        if (depth == 0)
+            break;  // the first element was primitive
+        // Close every element with a definite length that ends here.  Only an element with
+        // an indefinite length can have run past its parent's end.
+        while (i >= topEnd) {
+            if (i > topEnd) {
+                stat = RT_E_BAD_LENGTH;
+                break;
+            }
+        closeTop:
+            nodes[topNode].lastChild = count - 1;
+            if (--depth == 0)
+                break;
+            const Frame& f = stack[depth - 1];
+            topNode = f.node;
+            topEnd = f.end;
+        }
+        if (stat != 0 || depth == 0)
+            break;
+    }
+    // What xd_tag_len would have left in the context after the last header.
+    if (!ctxAhead)
+        settle(nodes, count);
+    ctx->bufIndex = i;
+    w.count = count;
+    return stat;
+}
+
 }  // namespace
 
-int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk, bool keepValues)
+int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk, BerWalkMode mode,
+            BerWalkNode* storage, ASN1UINT storageCount)
 {
     walk = BerWalk{};
-    walk.valuesKept = keepValues;
-    Walker walker(pctxt, walk, msglen, keepValues);
+    walk.mode = mode;
+    if (storage != nullptr && storageCount != 0) {
+        walk.storage = storage;
+        walk.nodes = storage;
+        walk.capacity = storageCount;
+    }
+    Walker walker(pctxt, walk, msglen, mode);
     walk.status = walker.run(msg, msglen);
     if (walk.status != 0)
         walk.der = false;
@@ -555,7 +771,7 @@ int berWalk(ASN1CTXT* pctxt, const ASN1OCTET* msg, int msglen, BerWalk& walk, bo
 
 int berWriteBack(ASN1CTXT* pctxt, const BerWalk& walk)
 {
-    if (!walk.valuesKept)
+    if (walk.mode == kWalkScratchValues)
         return RT_E_NOT_SUPPORTED;
     int stat = xe_setp(pctxt, nullptr, 0);
     if (stat != 0)
