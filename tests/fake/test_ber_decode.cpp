@@ -1168,5 +1168,14 @@ TEST(BerDecodeDepth, HundredThousandIndefiniteLevels)
     int len = asn1rt::berWriteBack(&c, walk);
     ASSERT_GT(len, 0);
     EXPECT_EQ(xe_getp(&c)[len - 2], 0x05);
+
+    // Headers only: the same elements, the same way back.
+    asn1rt::BerWalk headers;
+    ASSERT_EQ(asn1rt::berWalk(&c, msg.data(), (int)msg.size(), headers, asn1rt::kWalkStructure), 0);
+    EXPECT_EQ(headers.count, (ASN1UINT)levels + 1);
+    EXPECT_EQ(headers.maxDepth, (ASN1UINT)levels);
+    EXPECT_EQ(headers.consumed, msg.size());
+    EXPECT_EQ(headers.nodes[0].lastChild, (ASN1UINT)levels);
+    EXPECT_EQ(asn1rt::berWriteBack(&c, headers), len);
     rtFreeContext(&c);
 }
