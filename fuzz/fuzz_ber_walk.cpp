@@ -1,8 +1,10 @@
-// Arbitrary input through the BER primitives: the generic walk with every value reader,
-// the write-back with the encoders, and the navigation functions on their own.
+// Arbitrary input through the BER primitives: the generic walk with every value reader and
+// with headers only, the write-back with the encoders, and the navigation functions on
+// their own.
 //
-// The first octet picks context flags (shared input, unchecked lengths); the rest is the
-// message.  Beyond "no crash, no leak, no read past the end", two properties hold and
+// The first octet picks context flags (shared input, unchecked lengths) in its low bits
+// and, in the others, the size of the caller's node array the header walk starts in; the
+// rest is the message.  Beyond "no crash, no leak, no read past the end", two properties hold and
 // trap when broken: a walk that calls its input DER writes it back unchanged, and a
 // written-back tree walks again to the same octets (unless it held strings in segments,
 // which flatten one level per round).
@@ -80,7 +82,35 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         asn1rt::BerWalk dropped;
         if (light.ok) {
             light.c.flags |= flags;
-            (void)asn1rt::berWalk(&light.c, p, n, dropped, false);
+            (void)asn1rt::berWalk(&light.c, p, n, dropped, asn1rt::kWalkScratchValues);
+        }
+    }
+
+    {
+        // Headers only: contents go back as they came, so DER headers give the input back,
+        // and whatever it writes walks again to the same octets.
+        Context hc;
+        asn1rt::BerWalk headers;
+        if (!hc.ok)
+            return 0;
+        hc.c.flags |= flags;
+        std::vector<asn1rt::BerWalkNode> storage(data[0] >> 2);
+        const int hs = asn1rt::berWalk(&hc.c, p, n, headers, asn1rt::kWalkStructure, storage.data(),
+                                       (ASN1UINT)storage.size());
+        const int hlen = asn1rt::berWriteBack(&hc.c, headers);
+        if (hs == 0 && hlen > 0) {
+            if (headers.der && ((ASN1UINT)hlen != headers.consumed || memcmp(xe_getp(&hc.c), p, (size_t)hlen) != 0))
+                __builtin_trap();
+            std::vector<uint8_t> out(xe_getp(&hc.c), xe_getp(&hc.c) + hlen);
+            Context hagain;
+            asn1rt::BerWalk rewalked;
+            if (!hagain.ok)
+                return 0;
+            if (asn1rt::berWalk(&hagain.c, out.data(), (int)out.size(), rewalked, asn1rt::kWalkStructure) != 0 ||
+                !rewalked.der || rewalked.count != headers.count)
+                __builtin_trap();
+            if (asn1rt::berWriteBack(&hagain.c, rewalked) != hlen || memcmp(xe_getp(&hagain.c), out.data(), out.size()) != 0)
+                __builtin_trap();
         }
     }
 
