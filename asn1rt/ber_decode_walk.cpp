@@ -14,8 +14,7 @@ namespace {
 
 struct Frame {
     ASN1UINT node;
-    ASN1UINT end;
-    bool indefinite;
+    ASN1UINT end;  // kNoEnd for an indefinite length
 };
 
 bool isUniversalString(ASN1UINT number)
@@ -37,6 +36,15 @@ bool isUniversalString(ASN1UINT number)
     default:
         return false;
     }
+}
+
+// The universal string types the value walk reads whole when they come in segments.
+bool readsWhole(ASN1TAG tag)
+{
+    const ASN1UINT number = tag & TM_IDCODE_MASK;
+    return (tag & TM_CLASS_MASK) == TM_UNIV &&
+           (number == ASN_ID_OCTSTR || number == ASN_ID_BITSTR || number == ASN_ID_BMPString ||
+            number == ASN_ID_UniversalString || isUniversalString(number));
 }
 
 // Octets of the shortest header for this tag and length.
@@ -79,55 +87,6 @@ bool minimalObjId(const ASN1OCTET* p, int length)
     return true;
 }
 
-// The header most elements have: one identifier octet below the long form, and a definite
-// length in the short form or in one or two octets, inside what is left of the message.
-// Read exactly as xd_tag_len with RT_MATCH_ADVANCE reads it, without the call: the cursor
-// goes to the returned content start, savedState and the form flag are set as it sets
-// them.  0 leaves the context untouched for xd_tag_len to read whatever else it is.
-inline ASN1UINT readCommonHeader(ASN1CTXT* c, const ASN1OCTET* data, ASN1UINT size, ASN1UINT i,
-                                 ASN1TAG* tag, int* len, bool* minimal)
-{
-    const ASN1USINT flags = c->flags;
-    if ((flags & (RT_FLAG_INDEF_TOP | RT_FLAG_LAST_EOC)) == (RT_FLAG_INDEF_TOP | RT_FLAG_LAST_EOC))
-        return 0;
-    if (i >= size || size - i < 2)
-        return 0;
-    const ASN1OCTET id = data[i];
-    if ((id & TM_B_IDCODE_MASK) == TM_B_LONG_FORM)
-        return 0;
-    ASN1UINT next;
-    ASN1UINT value;
-    const ASN1OCTET first = data[i + 1];
-    if (first < 0x80) {
-        value = first;
-        next = i + 2;
-        *minimal = true;
-    } else if (first == 0x81) {
-        if (size - i < 3)
-            return 0;
-        value = data[i + 2];
-        next = i + 3;
-        *minimal = value >= 0x80;
-    } else if (first == 0x82) {
-        if (size - i < 4)
-            return 0;
-        value = ((ASN1UINT)data[i + 2] << 8) | data[i + 3];
-        next = i + 4;
-        *minimal = value >= 0x100;
-    } else {
-        return 0;
-    }
-    if (value > size - next)
-        return 0;  // xd_len decides, by the flags, what a long length is
-    detail::noteState(c);
-    c->flags = (id & TM_B_CONS) ? (ASN1USINT)(flags | RT_FLAG_CONSTRUCTED)
-                                : (ASN1USINT)(flags & ~RT_FLAG_CONSTRUCTED);
-    c->bufIndex = next;
-    *tag = ((ASN1TAG)(id & 0xe0) << 24) | (ASN1TAG)(id & TM_B_IDCODE_MASK);
-    *len = (int)value;
-    return next;
-}
-
 class Walker {
 public:
     Walker(ASN1CTXT* pctxt, BerWalk& walk, int msglen, BerWalkMode mode)
@@ -157,8 +116,13 @@ private:
 
     bool grow();
     bool growFrames(ASN1UINT used);
-    int walkElements();
-    int walkStructure();
+    // Not inlined into berWalk: the loop gets the registers to itself.
+    template <bool Values>
+    __attribute__((noinline)) int walkTree();
+    void settle(ASN1USINT entryFlags, ASN1UINT nodeCount);
+    bool readWhole(BerWalkNode* n, ASN1TAG tag, int length);
+    int longHeader(bool settleFirst, ASN1USINT entryFlags, ASN1UINT count, ASN1UINT i, ASN1UINT limit,
+                   ASN1TAG* tag, ASN1UINT* length);
     int readPrimitive(BerWalkNode* n, ASN1TAG tag, int length);
     int readIntoScratch(ASN1TAG tag, int length);
     int readWholeString(BerWalkNode* n, ASN1TAG tag, int length);
@@ -392,171 +356,16 @@ int Walker::run(const ASN1OCTET* msg, int msglen)
     int stat = xd_setp(c, msg, msglen, &firstTag, &firstSize);
     if (stat != 0)
         return stat;
-    stat = structure ? walkStructure() : walkElements();
+    stat = structure ? walkTree<false>() : walkTree<true>();
     w.consumed = c->bufIndex;
     return stat;
 }
 
-// The loop keeps the array's end and the innermost open element in locals, so that a
-// store into a node never forces them to be read again; `w` and the frame array are
-// brought up to date where others read them and on the way out.
-int Walker::walkElements()
-{
-    ASN1CTXT* const ctx = c;
-    // No reader moves the buffer or its end; the cursor is mirrored in `i` and written
-    // back before anything else reads it.
-    const ASN1OCTET* const data = ctx->bufData;
-    const ASN1UINT size = ctx->bufSize;
-    ASN1UINT i = ctx->bufIndex;
-    BerWalkNode* nodes = w.nodes;
-    ASN1UINT count = w.count;
-    ASN1UINT depth = 0;
-    ASN1UINT maxDepth = 0;
-    // The innermost open element, when depth > 0.
-    ASN1UINT topNode = 0;
-    ASN1UINT topEnd = 0;
-    bool topIndefinite = false;
-    int stat = 0;
-
-    for (;;) {
-        const ASN1UINT offset = i;
-        ASN1TAG tag = 0;
-        int length = 0;
-        bool minimal = false;
-        const ASN1UINT next = readCommonHeader(ctx, data, size, i, &tag, &length, &minimal);
-        if (next != 0) {
-            // Inside the message by construction; only the enclosing element can refuse it.
-            i = next;
-            if (!minimal)
-                w.der = false;
-            if (depth > 0 && !topIndefinite && (unsigned long long)i + (ASN1UINT)length > topEnd) {
-                stat = RT_E_BAD_LENGTH;
-                break;
-            }
-        } else {
-            stat = xd_tag_len(ctx, &tag, &length, RT_MATCH_ADVANCE);
-            if (stat != 0)
-                break;
-            i = ctx->bufIndex;
-            if (length == RT_INDEFINITE_LENGTH || i - offset != minimalHeaderSize(tag, length))
-                w.der = false;
-            if (length != RT_INDEFINITE_LENGTH) {
-                if (length < 0) {
-                    stat = RT_E_BAD_LENGTH;
-                    break;
-                }
-                const unsigned long long end = (unsigned long long)i + (ASN1UINT)length;
-                if (end > size) {
-                    stat = RT_E_END_OF_BUFFER;
-                    break;
-                }
-                if (depth > 0 && !topIndefinite && end > topEnd) {
-                    stat = RT_E_BAD_LENGTH;
-                    break;
-                }
-            }
-        }
-        const ASN1UINT headerEnd = i;
-
-        if (count == w.capacity) {
-            w.count = count;
-            if (!grow()) {
-                stat = RT_E_NO_MEMORY;
-                break;
-            }
-            nodes = w.nodes;
-        }
-        const ASN1UINT index = count++;
-        BerWalkNode* n = &nodes[index];
-        memset(n, 0, sizeof *n);
-        n->tag = tag;
-        n->length = length;
-        n->offset = offset;
-        n->lastChild = index;
-        n->depth = depth;
-
-        if (!(tag & TM_CONS)) {
-            stat = readPrimitive(n, tag, length);
-            if (stat != 0)
-                break;
-            i = ctx->bufIndex;
-        } else {
-            const ASN1UINT number = tag & TM_IDCODE_MASK;
-            bool whole = false;
-            if ((tag & TM_CLASS_MASK) == TM_UNIV &&
-                (number == ASN_ID_OCTSTR || number == ASN_ID_BITSTR || number == ASN_ID_BMPString ||
-                 number == ASN_ID_UniversalString || isUniversalString(number))) {
-                // A string in segments is read whole; when the readers refuse its shape, the
-                // segments are walked as elements instead.
-                w.der = false;
-                ++w.segmented;
-                RtBufferState state;
-                xu_SaveBufferState(ctx, &state);
-                const int errBefore = ctx->errInfo.status;
-                whole = readWholeString(n, tag, length) == 0;
-                if (!whole) {
-                    xu_RestoreBufferState(ctx, &state);
-                    ctx->errInfo.status = errBefore;
-                    memset(&n->v, 0, sizeof n->v);
-                }
-                i = ctx->bufIndex;
-            }
-            if (!whole) {
-                n->kind = kWalkConstructed;
-                if (depth > frameCapacity && !growFrames(depth - 1)) {
-                    stat = RT_E_NO_MEMORY;
-                    break;
-                }
-                if (depth > 0)
-                    frames[depth - 1] = Frame{topNode, topEnd, topIndefinite};
-                topNode = index;
-                topIndefinite = length == RT_INDEFINITE_LENGTH;
-                topEnd = topIndefinite ? 0 : headerEnd + (ASN1UINT)length;
-                ++depth;
-                if (depth > maxDepth)
-                    maxDepth = depth;
-            }
-        }
-
-        // Close every element that ends here.
-        while (depth > 0) {
-            if (!topIndefinite) {
-                if (i < topEnd)
-                    break;
-                if (i > topEnd) {
-                    stat = RT_E_BAD_LENGTH;  // a member ran past its element
-                    break;
-                }
-            } else if (i < size && size - i >= 2 && data[i] == 0 && data[i + 1] == 0) {
-                i += 2;
-                ctx->bufIndex = i;
-            } else if (i >= size) {
-                stat = RT_E_END_OF_BUFFER;  // end-of-contents missing
-                break;
-            } else {
-                break;
-            }
-            nodes[topNode].lastChild = count - 1;
-            if (--depth > 0) {
-                const Frame& f = frames[depth - 1];
-                topNode = f.node;
-                topEnd = f.end;
-                topIndefinite = f.indefinite;
-            }
-        }
-        if (stat != 0 || depth == 0)
-            break;
-    }
-    w.count = count;
-    if (maxDepth > w.maxDepth)
-        w.maxDepth = maxDepth;
-    return stat;
-}
-
-// Headers only, in one tight loop: the common header (one identifier octet, a length in
-// the short form or in one or two octets, content inside the enclosing element) is read
-// here; anything else, and an end-of-contents, leaves the loop's fast path.  An element
-// with an indefinite length has no end to compare with: its end-of-contents closes it.
+// Both walks are one tight loop: the common header (one identifier octet, a length in the
+// short form or in one or two octets, content inside the enclosing element) is read in it;
+// anything else, and an end-of-contents, leaves the loop's fast path for xd_tag_len.  An
+// element with an indefinite length has no end to compare with: its end-of-contents
+// closes it.
 constexpr ASN1UINT kNoEnd = 0xffffffffu;
 
 // savedState and the form flag as xd_tag_len leaves them after reading the header at
@@ -569,8 +378,88 @@ inline void noteHeader(ASN1CTXT* ctx, ASN1UINT offset, ASN1USINT before, bool co
     ctx->flags = cons ? (ASN1USINT)(before | RT_FLAG_CONSTRUCTED) : (ASN1USINT)(before & ~RT_FLAG_CONSTRUCTED);
 }
 
-// Not inlined into berWalk: the loop gets the registers to itself.
-__attribute__((noinline)) int Walker::walkStructure()
+// The tag word of each identifier octet that holds its whole tag; kSlowTag for a long tag
+// and for 00, which may be an end-of-contents.
+constexpr ASN1TAG kSlowTag = 0xffffffffu;
+struct TagTable {
+    ASN1TAG word[256];
+    constexpr TagTable() : word()
+    {
+        for (unsigned id = 0; id < 256; ++id)
+            word[id] = (id == 0 || (id & TM_B_IDCODE_MASK) == TM_B_LONG_FORM)
+                           ? kSlowTag
+                           : ((ASN1TAG)(id & 0xe0) << 24) | (ASN1TAG)(id & TM_B_IDCODE_MASK);
+    }
+};
+constexpr TagTable kTagOf{};
+
+// savedState and the form flag as xd_tag_len leaves them after the last of `nodeCount`
+// nodes, from the flag word the walk started with.
+void Walker::settle(ASN1USINT entryFlags, ASN1UINT nodeCount)
+{
+    if (nodeCount == 0)
+        return;
+    const BerWalkNode* const all = w.nodes;
+    const auto withForm = [entryFlags](ASN1TAG tag) {
+        return (tag & TM_CONS) ? (ASN1USINT)(entryFlags | RT_FLAG_CONSTRUCTED)
+                               : (ASN1USINT)(entryFlags & ~RT_FLAG_CONSTRUCTED);
+    };
+    const ASN1USINT before = nodeCount == 1 ? entryFlags : withForm(all[nodeCount - 2].tag);
+    noteHeader(c, all[nodeCount - 1].offset, before, (all[nodeCount - 1].tag & TM_CONS) != 0);
+}
+
+// Any header the loop does not read itself, through xd_tag_len, and the checks of its
+// length against the message and the enclosing element.  The context is brought up to
+// date first, so that it is left exactly as xd_tag_len leaves it.
+__attribute__((noinline)) int Walker::longHeader(bool settleFirst, ASN1USINT entryFlags, ASN1UINT count,
+                                                 ASN1UINT i, ASN1UINT limit, ASN1TAG* tag, ASN1UINT* length)
+{
+    w.count = count;
+    if (settleFirst)
+        settle(entryFlags, count);
+    c->bufIndex = i;
+    ASN1TAG readTag = 0;
+    int readLength = 0;
+    int stat = xd_tag_len(c, &readTag, &readLength, RT_MATCH_ADVANCE);
+    if (stat != 0)
+        return stat;
+    const ASN1UINT next = c->bufIndex;
+    if (readLength == RT_INDEFINITE_LENGTH || next - i != minimalHeaderSize(readTag, readLength))
+        w.der = false;
+    if (readLength != RT_INDEFINITE_LENGTH) {
+        if (readLength < 0)
+            return RT_E_BAD_LENGTH;
+        if ((unsigned long long)next + (ASN1UINT)readLength > c->bufSize)
+            return RT_E_END_OF_BUFFER;
+        if ((unsigned long long)next + (ASN1UINT)readLength > limit)
+            return RT_E_BAD_LENGTH;  // inside the message, not inside its element
+    }
+    *tag = readTag;
+    *length = (ASN1UINT)readLength;
+    return 0;
+}
+
+// A string in segments is read whole; when the readers refuse its shape, the context goes
+// back to behind its header and the segments are walked as elements instead.
+bool Walker::readWhole(BerWalkNode* n, ASN1TAG tag, int length)
+{
+    w.der = false;
+    ++w.segmented;
+    RtBufferState state;
+    xu_SaveBufferState(c, &state);
+    const int errBefore = c->errInfo.status;
+    if (readWholeString(n, tag, length) == 0)
+        return true;
+    xu_RestoreBufferState(c, &state);
+    c->errInfo.status = errBefore;
+    memset(&n->v, 0, sizeof n->v);
+    return false;
+}
+
+// With Values, the context is kept up to date at every header, since the value readers
+// read it.
+template <bool Values>
+int Walker::walkTree()
 {
     ASN1CTXT* const ctx = c;
     const ASN1OCTET* const data = ctx->bufData;
@@ -579,25 +468,17 @@ __attribute__((noinline)) int Walker::walkStructure()
     // flag word changes: the context is brought up to date from the nodes when xd_tag_len
     // is to read it and on the way out, not at every header.
     const ASN1USINT entryFlags = ctx->flags;
-    const auto settle = [ctx, entryFlags](const BerWalkNode* all, ASN1UINT nodeCount) {
-        if (nodeCount == 0)
-            return;
-        const ASN1USINT before =
-            nodeCount == 1 ? entryFlags
-                           : (all[nodeCount - 2].tag & TM_CONS) ? (ASN1USINT)(entryFlags | RT_FLAG_CONSTRUCTED)
-                                                                : (ASN1USINT)(entryFlags & ~RT_FLAG_CONSTRUCTED);
-        noteHeader(ctx, all[nodeCount - 1].offset, before, (all[nodeCount - 1].tag & TM_CONS) != 0);
-    };
     ASN1UINT i = ctx->bufIndex;
     BerWalkNode* nodes = w.nodes;
     ASN1UINT capacity = w.capacity;
     ASN1UINT count = w.count;
-    Frame* stack = frames;
     ASN1UINT depth = 0;
     // The innermost open element: its node and the end of its content, kNoEnd when it has
-    // an indefinite length (0 while there is none).
+    // an indefinite length (0 while there is none); `limit` is where its members' content
+    // must end, no further than the message.
     ASN1UINT topNode = 0;
     ASN1UINT topEnd = 0;
+    ASN1UINT limit = size;
     // Set where the loop leaves with the context saying more than the nodes do: xd_tag_len
     // read (or failed to read) a header that became no node.
     bool ctxAhead = false;
@@ -605,76 +486,62 @@ __attribute__((noinline)) int Walker::walkStructure()
 
     for (;;) {
         const ASN1UINT offset = i;
-        // Where the members of the innermost element must end: no further than the message.
-        const ASN1UINT limit = topEnd != 0 && topEnd < size ? topEnd : size;
-        ASN1TAG tag = 0;
+        ASN1TAG tag = kSlowTag;
         ASN1UINT length = 0;
         ASN1UINT next = 0;
-        // The cursor never passes size.
-        if (size - i >= 4) {
-            const ASN1OCTET id = data[i];
+        // The cursor never passes size; four octets hold the longest header read here.
+        if (__builtin_expect(size - i >= 4, 1)) {
+            tag = kTagOf.word[data[i]];
             const ASN1OCTET first = data[i + 1];
-            tag = ((ASN1TAG)(id & 0xe0) << 24) | (ASN1TAG)(id & TM_B_IDCODE_MASK);
-            // A long tag and an end-of-contents go the long way.
-            if ((id & TM_B_IDCODE_MASK) != TM_B_LONG_FORM && id != 0) {
-                if (first < 0x80) {
-                    length = first;
-                    next = i + 2;
-                } else if (first == 0x81 || first == 0x82) {
-                    const bool two = first == 0x82;
-                    length = two ? ((ASN1UINT)data[i + 2] << 8) | data[i + 3] : data[i + 2];
-                    next = i + 3 + (two ? 1 : 0);
-                    if (length < (two ? 0x100u : 0x80u))
-                        w.der = false;  // the length would fit fewer octets
-                }
-                // So does a content beyond the element, for the status; the long way
-                // judges its header again.
-                if ((unsigned long long)next + length > limit)
+            length = first;
+            next = i + 2;
+            if (first >= 0x80) {
+                if (first == 0x81) {
+                    length = data[i + 2];
+                    next = i + 3;
+                    // Behind a long tag this octet is no length: the long way judges it.
+                    if (length < 0x80 && tag != kSlowTag)
+                        w.der = false;  // the length would fit the short form
+                } else if (first == 0x82) {
+                    length = ((ASN1UINT)data[i + 2] << 8) | data[i + 3];
+                    next = i + 4;
+                    if (length < 0x100 && tag != kSlowTag)
+                        w.der = false;  // or one octet
+                } else {
                     next = 0;
+                }
             }
+            // A content beyond the element goes the long way too, for its status.  No sum
+            // wraps: next stays within the message and length below 65536.
+            if (tag == kSlowTag || next + length > limit)
+                next = 0;
         }
-        if (next != 0) {
-            i = next;
-        } else {
+        if (__builtin_expect(next == 0, 0)) {
             if (topEnd == kNoEnd && size - i >= 2 && data[i] == 0 && data[i + 1] == 0) {
                 // The end-of-contents of the innermost element.
                 i += 2;
+                if (Values)
+                    ctx->bufIndex = i;
                 goto closeTop;
             }
-            settle(nodes, count);
-            ctx->bufIndex = i;
-            ASN1TAG readTag = 0;
-            int readLength = 0;
-            stat = xd_tag_len(ctx, &readTag, &readLength, RT_MATCH_ADVANCE);
+            stat = longHeader(!Values, entryFlags, count, i, limit, &tag, &length);
             i = ctx->bufIndex;
             ctxAhead = true;
             if (stat != 0)
                 break;
-            if (readLength == RT_INDEFINITE_LENGTH || i - offset != minimalHeaderSize(readTag, readLength))
-                w.der = false;
-            if (readLength != RT_INDEFINITE_LENGTH) {
-                if (readLength < 0) {
-                    stat = RT_E_BAD_LENGTH;
-                    break;
-                }
-                if ((unsigned long long)i + (ASN1UINT)readLength > size) {
-                    stat = RT_E_END_OF_BUFFER;
-                    break;
-                }
-                if ((unsigned long long)i + (ASN1UINT)readLength > limit) {
-                    stat = RT_E_BAD_LENGTH;  // inside the message, not inside its element
-                    break;
-                }
+        } else {
+            if (Values) {
+                noteHeader(ctx, offset, ctx->flags, (tag & TM_CONS) != 0);
+                ctx->bufIndex = next;
             }
-            tag = readTag;
-            length = (ASN1UINT)readLength;
+            i = next;
         }
 
         if (count == capacity) {
             w.count = count;
             if (!grow()) {
                 if (!ctxAhead) {
-                    settle(nodes, count);
+                    settle(entryFlags, count);
                     noteHeader(ctx, offset, ctx->flags, (tag & TM_CONS) != 0);
                     ctxAhead = true;
                 }
@@ -684,38 +551,54 @@ __attribute__((noinline)) int Walker::walkStructure()
             nodes = w.nodes;
             capacity = w.capacity;
         }
-        ctxAhead = false;
+        ctxAhead = Values;
         {
             const ASN1UINT index = count++;
             BerWalkNode* const n = &nodes[index];
+            if (Values)
+                memset(n, 0, sizeof *n);
             n->tag = tag;
             n->length = (ASN1INT)length;
             n->offset = offset;
             n->lastChild = index;
             n->depth = depth;
             if (!(tag & TM_CONS)) {
-                // Inside the message: both header readers saw to that.
-                n->kind = kWalkOctets;
-                n->v.octets.numocts = length;
-                n->v.octets.data = data + i;
-                i += length;
+                if (Values) {
+                    stat = readPrimitive(n, tag, (int)length);
+                    if (stat != 0)
+                        break;
+                    i = ctx->bufIndex;
+                } else {
+                    // Inside the message: both header readers saw to that.
+                    n->kind = kWalkOctets;
+                    n->v.octets.numocts = length;
+                    n->v.octets.data = data + i;
+                    i += length;
+                }
+                if (i < topEnd)
+                    continue;
+            } else if (Values && readsWhole(tag) && readWhole(n, tag, (int)length)) {
+                i = ctx->bufIndex;
                 if (i < topEnd)
                     continue;
             } else {
                 n->kind = kWalkConstructed;
                 n->v.octets.numocts = 0;
                 n->v.octets.data = nullptr;
-                if (depth > frameCapacity) {
-                    if (!growFrames(depth - 1)) {
-                        stat = RT_E_NO_MEMORY;
-                        break;
-                    }
-                    stack = frames;
+                if (depth > frameCapacity && !growFrames(depth - 1)) {
+                    stat = RT_E_NO_MEMORY;
+                    break;
                 }
                 if (depth > 0)
-                    stack[depth - 1] = Frame{topNode, topEnd, false};
+                    frames[depth - 1] = Frame{topNode, topEnd};
                 topNode = index;
-                topEnd = length == (ASN1UINT)RT_INDEFINITE_LENGTH ? kNoEnd : i + length;
+                if (length == (ASN1UINT)RT_INDEFINITE_LENGTH) {
+                    topEnd = kNoEnd;
+                    limit = size;
+                } else {
+                    topEnd = i + length;
+                    limit = topEnd;
+                }
                 if (++depth > w.maxDepth)
                     w.maxDepth = depth;
                 if (i < topEnd)
@@ -735,18 +618,19 @@ __attribute__((noinline)) int Walker::walkStructure()
             nodes[topNode].lastChild = count - 1;
             if (--depth == 0)
                 break;
-            const Frame& f = stack[depth - 1];
+            const Frame& f = frames[depth - 1];
             topNode = f.node;
             topEnd = f.end;
+            limit = topEnd == kNoEnd ? size : topEnd;
         }
         if (stat != 0 || depth == 0)
             break;
     }
+    w.count = count;
     // What xd_tag_len would have left in the context after the last header.
     if (!ctxAhead)
-        settle(nodes, count);
+        settle(entryFlags, count);
     ctx->bufIndex = i;
-    w.count = count;
     return stat;
 }
 
