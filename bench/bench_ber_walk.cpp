@@ -21,8 +21,11 @@ namespace {
 // A warmed-up process keeps its freed heap.  Without this, glibc hands the top of the heap
 // back after each large copied value (the corpus holds a 118 KB certificate) and faults
 // fresh pages in on the next iteration, so the numbers would follow its trim heuristics,
-// which an unrelated allocation can switch off, rather than the walk.
-const bool heapKept = mallopt(M_TRIM_THRESHOLD, 64 << 20) == 1;
+// which an unrelated allocation can switch off, rather than the walk.  Setting the trim
+// threshold freezes the mapping threshold at 128 KB, so that one is raised as well: a
+// node array of more than 3,000 elements would otherwise be mapped and faulted in anew
+// for every walk.
+const bool heapKept = mallopt(M_TRIM_THRESHOLD, 64 << 20) == 1 && mallopt(M_MMAP_THRESHOLD, 32 << 20) == 1;
 
 struct Corpus {
     std::vector<std::vector<uint8_t>> certs;
