@@ -167,6 +167,15 @@ TEST(BerWalkStructure, WritingBack)
     ASSERT_EQ(v.status, 0);
     EXPECT_EQ(v.walk.segmented, 1u);
     EXPECT_EQ(v.writeBack(), "04026162");
+
+    // In definite segments, the headers are DER for the header walk, which gives them back
+    // as they came; the value walk cannot.
+    Walked hs("2406040161040162", asn1rt::kWalkStructure);
+    Walked vs("2406040161040162", asn1rt::kWalkKeepValues);
+    EXPECT_TRUE(hs.walk.der);
+    EXPECT_EQ(hs.writeBack(), "2406040161040162");
+    EXPECT_FALSE(vs.walk.der);
+    EXPECT_EQ(vs.writeBack(), "04026162");
 }
 
 TEST(BerWalkStructure, CallersArrayFirstThenTheHeap)
