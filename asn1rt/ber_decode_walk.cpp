@@ -193,7 +193,7 @@ ASN1OBJID* Walker::oidStorage(int length)
     return oid;
 }
 
-// The open elements below the innermost one; that one stays in the loop's locals.
+// Room for twice as many open elements, the first `used` of them kept.
 bool Walker::growFrames(ASN1UINT used)
 {
     const ASN1UINT next = frameCapacity * 2;
@@ -473,10 +473,10 @@ int Walker::walkTree()
     ASN1UINT capacity = w.capacity;
     ASN1UINT count = w.count;
     ASN1UINT depth = 0;
-    // The innermost open element: its node and the end of its content, kNoEnd when it has
-    // an indefinite length (0 while there is none); `limit` is where its members' content
-    // must end, no further than the message.
-    ASN1UINT topNode = 0;
+    // frames[0 .. depth-1] are the open elements, innermost last.  The end of the innermost
+    // one's content is at hand in topEnd (kNoEnd for an indefinite length, 0 while there is
+    // none), and `limit` is where its members' content must end, no further than the
+    // message.
     ASN1UINT topEnd = 0;
     ASN1UINT limit = size;
     // Set where the loop leaves with the context saying more than the nodes do: xd_tag_len
@@ -524,7 +524,13 @@ int Walker::walkTree()
                     ctx->bufIndex = i;
                 goto closeTop;
             }
-            stat = longHeader(!Values, entryFlags, count, i, limit, &tag, &length);
+            // Read into locals of their own: tag and length, whose addresses are never
+            // taken, stay in registers on the common way.
+            ASN1TAG longTag = 0;
+            ASN1UINT longLength = 0;
+            stat = longHeader(!Values, entryFlags, count, i, limit, &longTag, &longLength);
+            tag = longTag;
+            length = longLength;
             i = ctx->bufIndex;
             ctxAhead = true;
             if (stat != 0)
@@ -585,13 +591,10 @@ int Walker::walkTree()
                 n->kind = kWalkConstructed;
                 n->v.octets.numocts = 0;
                 n->v.octets.data = nullptr;
-                if (depth > frameCapacity && !growFrames(depth - 1)) {
+                if (depth == frameCapacity && !growFrames(depth)) {
                     stat = RT_E_NO_MEMORY;
                     break;
                 }
-                if (depth > 0)
-                    frames[depth - 1] = Frame{topNode, topEnd};
-                topNode = index;
                 if (length == (ASN1UINT)RT_INDEFINITE_LENGTH) {
                     topEnd = kNoEnd;
                     limit = size;
@@ -599,6 +602,7 @@ int Walker::walkTree()
                     topEnd = i + length;
                     limit = topEnd;
                 }
+                frames[depth] = Frame{index, topEnd};
                 if (++depth > w.maxDepth)
                     w.maxDepth = depth;
                 if (i < topEnd)
@@ -615,12 +619,10 @@ int Walker::walkTree()
                 break;
             }
         closeTop:
-            nodes[topNode].lastChild = count - 1;
+            nodes[frames[depth - 1].node].lastChild = count - 1;
             if (--depth == 0)
                 break;
-            const Frame& f = frames[depth - 1];
-            topNode = f.node;
-            topEnd = f.end;
+            topEnd = frames[depth - 1].end;
             limit = topEnd == kNoEnd ? size : topEnd;
         }
         if (stat != 0 || depth == 0)
