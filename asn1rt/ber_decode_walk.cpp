@@ -17,34 +17,25 @@ struct Frame {
     ASN1UINT end;  // kNoEnd for an indefinite length
 };
 
+// The universal types read as eight-bit character strings, one bit per tag number.
+constexpr ASN1UINT kCharStrings =
+    1u << ASN_ID_OBJDSC | 1u << ASN_ID_UTF8String | 1u << ASN_ID_NumericString | 1u << ASN_ID_PrintableString |
+    1u << ASN_ID_TeletexString | 1u << ASN_ID_VideotexString | 1u << ASN_ID_IA5String | 1u << ASN_ID_UTCTime |
+    1u << ASN_ID_GeneralTime | 1u << ASN_ID_GraphicString | 1u << ASN_ID_VisibleString |
+    1u << ASN_ID_GeneralString;
+
 bool isUniversalString(ASN1UINT number)
 {
-    switch (number) {
-    case ASN_ID_OBJDSC:
-    case ASN_ID_UTF8String:
-    case ASN_ID_NumericString:
-    case ASN_ID_PrintableString:
-    case ASN_ID_TeletexString:
-    case ASN_ID_VideotexString:
-    case ASN_ID_IA5String:
-    case ASN_ID_UTCTime:
-    case ASN_ID_GeneralTime:
-    case ASN_ID_GraphicString:
-    case ASN_ID_VisibleString:
-    case ASN_ID_GeneralString:
-        return true;
-    default:
-        return false;
-    }
+    return number < 32 && (kCharStrings >> number & 1u) != 0;
 }
 
 // The universal string types the value walk reads whole when they come in segments.
 bool readsWhole(ASN1TAG tag)
 {
+    constexpr ASN1UINT kWhole =
+        kCharStrings | 1u << ASN_ID_OCTSTR | 1u << ASN_ID_BITSTR | 1u << ASN_ID_BMPString | 1u << ASN_ID_UniversalString;
     const ASN1UINT number = tag & TM_IDCODE_MASK;
-    return (tag & TM_CLASS_MASK) == TM_UNIV &&
-           (number == ASN_ID_OCTSTR || number == ASN_ID_BITSTR || number == ASN_ID_BMPString ||
-            number == ASN_ID_UniversalString || isUniversalString(number));
+    return (tag & TM_CLASS_MASK) == TM_UNIV && number < 32 && (kWhole >> number & 1u) != 0;
 }
 
 // Octets of the shortest header for this tag and length.
@@ -67,22 +58,24 @@ ASN1UINT minimalHeaderSize(ASN1TAG tag, int length)
 
 // Whether the object identifier content uses only shortest arcs of at most 32 bits: no
 // arc opens with 0x80, none takes more than five octets or 32 bits, the last one closes.
+// One pass: `run` counts the octets of the open arc.
 bool minimalObjId(const ASN1OCTET* p, int length)
 {
-    const ASN1OCTET* q = p;
-    const ASN1OCTET* const end = p + length;
-    while (q < end) {
-        const ASN1OCTET* const arc = q;
-        if (*q == 0x80)
-            return false;
-        while (q < end && (*q & 0x80))
-            ++q;
-        if (q == end)
-            return false;
-        ++q;
-        const ptrdiff_t octets = q - arc;
-        if (octets > 5 || (octets == 5 && (*arc & 0x7f) > 0x0f))
-            return false;
+    if (length <= 0 || (p[length - 1] & 0x80))
+        return false;
+    int run = 0;
+    for (int k = 0; k < length; ++k) {
+        const ASN1OCTET b = p[k];
+        if (b & 0x80) {
+            if ((run == 0 && b == 0x80) || run == 4)
+                return false;
+            ++run;
+        } else {
+            // Five octets carry 35 bits: the first may hold no more than four of them.
+            if (run == 4 && (p[k - 4] & 0x7f) > 0x0f)
+                return false;
+            run = 0;
+        }
     }
     return true;
 }

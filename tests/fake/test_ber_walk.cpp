@@ -248,3 +248,36 @@ TEST(BerWalkStructure, LengthsThatNeedThreeOctets)
         rtFreeContext(&c);
     }
 }
+
+TEST(BerWalkValues, ObjectIdentifiersJudgedForDer)
+{
+    // DER for the value walk means that writing back gives the input: an identifier whose
+    // arcs do not come back the same way must not pass.
+    struct Row {
+        const char* name;
+        const char* hex;
+        bool der;
+    };
+    const Row rows[] = {
+        {"two arcs", "06032a8648", true},
+        {"terminated arcs", "06042a864801", true},
+        {"arc opening with 80", "0603 2a 80 01", false},
+        {"five octets, 32 bits", "0606 2a 8f ff ff ff 7f", true},
+        {"five octets, 33 bits", "0606 2a 90 80 80 80 00", false},
+        {"six octets", "0607 2a 81 80 80 80 80 00", false},
+        {"last arc left open", "0602 2a 81", false},
+        {"first octet alone", "0601 2a", true},
+    };
+    for (const Row& r : rows) {
+        SCOPED_TRACE(r.name);
+        Walked v(r.hex, asn1rt::kWalkKeepValues);
+        ASSERT_EQ(v.status, 0);
+        EXPECT_EQ(v.walk.der, r.der);
+        if (r.der) {
+            EXPECT_EQ(v.writeBack(), bertest::norm(r.hex));
+        }
+        // Headers alone know nothing of arcs.
+        Walked s(r.hex, asn1rt::kWalkStructure);
+        EXPECT_TRUE(s.walk.der);
+    }
+}
