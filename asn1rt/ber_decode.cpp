@@ -63,9 +63,9 @@ int readShortOrLongLength(ASN1CTXT* pctxt, int* len)
     return xd_len(pctxt, len);
 }
 
-int measureIndefinite(ASN1CTXT* pctxt)
+int skipNested(ASN1CTXT* pctxt, unsigned long depth)
 {
-    unsigned long depth = 0;
+    // A counter, not recursion: the depth of nesting costs nothing but the counter.
     do {
         ASN1TAG t;
         int l = 0;
@@ -84,6 +84,14 @@ int measureIndefinite(ASN1CTXT* pctxt)
             --depth;
         }
     } while (depth > 0);
+    return 0;
+}
+
+int measureIndefinite(ASN1CTXT* pctxt)
+{
+    int stat = skipNested(pctxt, 0);
+    if (stat != 0)
+        return stat;
     return pctxt->bufIndex > 0x7fffffffu ? RT_E_BAD_LENGTH : (int)pctxt->bufIndex;
 }
 
@@ -350,27 +358,7 @@ int xd_NextElement(ASN1CTXT* pctxt)
 
 int xd_MovePastEOC(ASN1CTXT* pctxt)
 {
-    // A counter, not recursion: the depth of nesting costs nothing but the counter.
-    unsigned long depth = 1;
-    for (;;) {
-        ASN1TAG t;
-        int l = 0;
-        int stat = xd_tag_len(pctxt, &t, &l, RT_MATCH_ADVANCE);
-        if (stat != 0)
-            return stat;
-        if (l == RT_INDEFINITE_LENGTH) {
-            ++depth;
-        } else if (l > 0) {
-            stat = skipContent(pctxt, l);
-            if (stat != 0)
-                return stat;
-        } else if (l < 0) {
-            return RT_E_BAD_LENGTH;
-        } else if (t == 0) {
-            if (--depth == 0)
-                return 0;
-        }
-    }
+    return skipNested(pctxt, 1);
 }
 
 int xd_count(ASN1CTXT* pctxt, int length, int* count)

@@ -98,6 +98,10 @@ int readIdentifier(ASN1CTXT* pctxt, ASN1TAG* tag);
 // -2 (bare) when no octet is left for it.
 int readShortOrLongLength(ASN1CTXT* pctxt, int* len);
 
+// Reads elements until `depth` open indefinite-length elements have closed at their
+// end-of-contents (with 0: one whole element, whatever its form).  0 or a status.
+int skipNested(ASN1CTXT* pctxt, unsigned long depth);
+
 // From the first octet of an indefinite-length element (its header included) to behind
 // its end-of-contents, counting nesting; the cursor at the end (the element's total size
 // when it started at 0).

@@ -39,6 +39,26 @@ Octets unsignedOctets(ASN1UINT v)
     return o;
 }
 
+// Wide characters tail first, each as its `Width` octets, most significant first.
+template <unsigned Width, typename Char>
+int writeWide(ASN1CTXT* pctxt, const Char* data, ASN1UINT nchars, int tagging, ASN1TAG tag)
+{
+    int len = 0;
+    for (ASN1UINT k = nchars; k > 0; --k) {
+        const ASN1UINT c = data[k - 1];
+        ASN1OCTET octets[Width];
+        for (unsigned b = 0; b < Width; ++b)
+            octets[b] = (ASN1OCTET)(c >> (8 * (Width - 1 - b)));
+        int r = xe_memcpy(pctxt, octets, (int)Width);
+        if (r < 0)
+            return r;
+        len += r;
+    }
+    if (tagging == ASN1EXPL)
+        return xe_tag_len(pctxt, tag, len);
+    return len;
+}
+
 }  // namespace
 
 extern "C" {
@@ -375,37 +395,14 @@ int xe_16BitCharStr(ASN1CTXT* pctxt, const Asn116BitCharString* value, int taggi
 {
     if (!value)
         return RT_E_BAD_VALUE;
-    int len = 0;
-    for (ASN1UINT k = value->nchars; k > 0; --k) {
-        const ASN1USINT c = value->data[k - 1];
-        const ASN1OCTET pair[2] = {(ASN1OCTET)(c >> 8), (ASN1OCTET)c};
-        int r = xe_memcpy(pctxt, pair, 2);
-        if (r < 0)
-            return r;
-        len += r;
-    }
-    if (tagging == ASN1EXPL)
-        return xe_tag_len(pctxt, tag, len);
-    return len;
+    return writeWide<2>(pctxt, value->data, value->nchars, tagging, tag);
 }
 
 int xe_32BitCharStr(ASN1CTXT* pctxt, const Asn132BitCharString* value, int tagging, ASN1TAG tag)
 {
     if (!value)
         return RT_E_BAD_VALUE;
-    int len = 0;
-    for (ASN1UINT k = value->nchars; k > 0; --k) {
-        const ASN1UINT c = value->data[k - 1];
-        const ASN1OCTET quad[4] = {(ASN1OCTET)(c >> 24), (ASN1OCTET)(c >> 16), (ASN1OCTET)(c >> 8),
-                                   (ASN1OCTET)c};
-        int r = xe_memcpy(pctxt, quad, 4);
-        if (r < 0)
-            return r;
-        len += r;
-    }
-    if (tagging == ASN1EXPL)
-        return xe_tag_len(pctxt, tag, len);
-    return len;
+    return writeWide<4>(pctxt, value->data, value->nchars, tagging, tag);
 }
 
 int xe_objid(ASN1CTXT* pctxt, const ASN1OBJID* value, int tagging)
