@@ -453,6 +453,23 @@ struct IntCase {
     ASN1UINT at;
 };
 
+// Each case through one reader, starting from `initial`: its status, whether the error
+// block has it, where the cursor stands, and on success what `onSuccess` checks.
+template <typename T, size_t N, typename Read, typename Check>
+void runIntCases(const IntCase (&cases)[N], ASN1USINT flags, T initial, Read read, Check onSuccess)
+{
+    for (const IntCase& t : cases) {
+        SCOPED_TRACE(t.name);
+        Dec d(t.in, flags);
+        T v = initial;
+        EXPECT_EQ(read(&d.c, &v, t), t.status);
+        EXPECT_EQ(d.recorded(), t.recorded ? t.status : 0);
+        if (t.status == 0)
+            onSuccess(t, d, v);
+        EXPECT_EQ(d.at(), t.at);
+    }
+}
+
 TEST(BerDecodeInteger, Signed)
 {
     const IntCase cases[] = {
@@ -473,18 +490,13 @@ TEST(BerDecodeInteger, Signed)
         {"implicit", "ff01", 0, 2, 0, false, -255, 2},
         {"implicit indefinite", "ff01", 0, kIndef, RT_E_INT_TOO_BIG, true, 0, 0},
     };
-    for (const IntCase& t : cases) {
-        SCOPED_TRACE(t.name);
-        Dec d(t.in, RT_FLAG_CONSTRUCTED);
-        ASN1INT v = 12345;
-        EXPECT_EQ(xd_integer(&d.c, &v, t.tagging, t.length), t.status);
-        EXPECT_EQ(d.recorded(), t.recorded ? t.status : 0);
-        if (t.status == 0) {
+    runIntCases(
+        cases, RT_FLAG_CONSTRUCTED, (ASN1INT)12345,
+        [](ASN1CTXT* c, ASN1INT* v, const IntCase& t) { return xd_integer(c, v, t.tagging, t.length); },
+        [](const IntCase& t, const Dec& d, ASN1INT v) {
             EXPECT_EQ(v, t.value);
             EXPECT_EQ(d.constructed(), t.tagging != 1) << "the explicit header clears the form flag";
-        }
-        EXPECT_EQ(d.at(), t.at);
-    }
+        });
 }
 
 TEST(BerDecodeInteger, Unsigned)
@@ -500,17 +512,10 @@ TEST(BerDecodeInteger, Unsigned)
         {"wrong tag", "0a0101", 1, 0, RT_E_TAG_MISMATCH, true, 0, 0},
         {"implicit", "8001", 0, 2, 0, false, 0x8001, 2},
     };
-    for (const IntCase& t : cases) {
-        SCOPED_TRACE(t.name);
-        Dec d(t.in);
-        ASN1UINT v = 777;
-        EXPECT_EQ(xd_unsigned(&d.c, &v, t.tagging, t.length), t.status);
-        EXPECT_EQ(d.recorded(), t.recorded ? t.status : 0);
-        if (t.status == 0) {
-            EXPECT_EQ((long long)v, t.value);
-        }
-        EXPECT_EQ(d.at(), t.at);
-    }
+    runIntCases(
+        cases, 0, (ASN1UINT)777,
+        [](ASN1CTXT* c, ASN1UINT* v, const IntCase& t) { return xd_unsigned(c, v, t.tagging, t.length); },
+        [](const IntCase& t, const Dec&, ASN1UINT v) { EXPECT_EQ((long long)v, t.value); });
 }
 
 TEST(BerDecodeInteger, Uint16)
@@ -531,17 +536,10 @@ TEST(BerDecodeInteger, Uint16)
         {"three octets cut short, leading zero", "0005", 0, 3, RT_E_END_OF_BUFFER, false, 0, 0},
         {"implicit length 0", "09", 0, 0, 0, false, 9, 1},
     };
-    for (const IntCase& t : cases) {
-        SCOPED_TRACE(t.name);
-        Dec d(t.in);
-        ASN1USINT v = 777;
-        EXPECT_EQ(xd_uint16(&d.c, &v, t.tagging, t.length), t.status);
-        EXPECT_EQ(d.recorded(), t.recorded ? t.status : 0);
-        if (t.status == 0) {
-            EXPECT_EQ((long long)v, t.value);
-        }
-        EXPECT_EQ(d.at(), t.at);
-    }
+    runIntCases(
+        cases, 0, (ASN1USINT)777,
+        [](ASN1CTXT* c, ASN1USINT* v, const IntCase& t) { return xd_uint16(c, v, t.tagging, t.length); },
+        [](const IntCase& t, const Dec&, ASN1USINT v) { EXPECT_EQ((long long)v, t.value); });
 }
 
 TEST(BerDecodeInteger, EnumBooleanNull)
@@ -553,18 +551,13 @@ TEST(BerDecodeInteger, EnumBooleanNull)
         {"identifier only is bare", "0a", 1, 0, RT_E_END_OF_BUFFER, false, 0, 1},
         {"too long goes through the integer reader", "0a050000000001", 1, 0, RT_E_INT_TOO_BIG, true, 0, 2},
     };
-    for (const IntCase& t : enums) {
-        SCOPED_TRACE(t.name);
-        Dec d(t.in, RT_FLAG_CONSTRUCTED);
-        ASN1ENUM v = 99;
-        EXPECT_EQ(xd_enum(&d.c, &v, t.tagging, t.length), t.status);
-        EXPECT_EQ(d.recorded(), t.recorded ? t.status : 0);
-        if (t.status == 0) {
+    runIntCases(
+        enums, RT_FLAG_CONSTRUCTED, (ASN1ENUM)99,
+        [](ASN1CTXT* c, ASN1ENUM* v, const IntCase& t) { return xd_enum(c, v, t.tagging, t.length); },
+        [](const IntCase& t, const Dec& d, ASN1ENUM v) {
             EXPECT_EQ(v, t.value);
             EXPECT_TRUE(d.constructed()) << "xd_enum leaves the form flag";
-        }
-        EXPECT_EQ(d.at(), t.at);
-    }
+        });
 
     const IntCase booleans[] = {
         {"true", "0101ff", 1, 0, 0, false, 0xff, 3},
@@ -575,17 +568,10 @@ TEST(BerDecodeInteger, EnumBooleanNull)
         {"content missing", "0101", 1, 0, RT_E_END_OF_BUFFER, true, 0, 2},
         {"implicit", "01", 0, 1, 0, false, 1, 1},
     };
-    for (const IntCase& t : booleans) {
-        SCOPED_TRACE(t.name);
-        Dec d(t.in);
-        ASN1BOOL v = 0x42;
-        EXPECT_EQ(xd_boolean(&d.c, &v, t.tagging, t.length), t.status);
-        EXPECT_EQ(d.recorded(), t.recorded ? t.status : 0);
-        if (t.status == 0) {
-            EXPECT_EQ(v, t.value);
-        }
-        EXPECT_EQ(d.at(), t.at);
-    }
+    runIntCases(
+        booleans, 0, (ASN1BOOL)0x42,
+        [](ASN1CTXT* c, ASN1BOOL* v, const IntCase& t) { return xd_boolean(c, v, t.tagging, t.length); },
+        [](const IntCase& t, const Dec&, ASN1BOOL v) { EXPECT_EQ(v, t.value); });
 
     const IntCase nulls[] = {
         {"explicit", "0500", 1, 0, 0, false, 0, 2},
@@ -593,13 +579,9 @@ TEST(BerDecodeInteger, EnumBooleanNull)
         {"wrong tag", "0400", 1, 0, RT_E_TAG_MISMATCH, true, 0, 0},
         {"implicit reads nothing", "ffff", 0, 0, 0, false, 0, 0},
     };
-    for (const IntCase& t : nulls) {
-        SCOPED_TRACE(t.name);
-        Dec d(t.in);
-        EXPECT_EQ(xd_null(&d.c, t.tagging), t.status);
-        EXPECT_EQ(d.recorded(), t.recorded ? t.status : 0);
-        EXPECT_EQ(d.at(), t.at);
-    }
+    runIntCases(
+        nulls, 0, 0, [](ASN1CTXT* c, int*, const IntCase& t) { return xd_null(c, t.tagging); },
+        [](const IntCase&, const Dec&, int) {});
 }
 
 TEST(BerDecodeInteger, BigIntegerText)
