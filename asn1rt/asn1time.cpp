@@ -464,53 +464,26 @@ int ASN1CTime::setUTC(unsigned char flag) {
     return 0;
 }
 
-int ASN1CTime::setYear(int y) {
-    if (y < 0 || y > SHRT_MAX || !checkDate(day, month, y)) return fail(kBadTime);
+int ASN1CTime::setField(ASN1SINT* field, int value, bool valid) {
+    if (!valid) return fail(kBadTime);
     ensureParsed();
-    year = (ASN1SINT)y;
+    *field = (ASN1SINT)value;
     compileString();
     return 0;
 }
 
-int ASN1CTime::setMonth(int m) {
-    if (m < 1 || m > 12 || !checkDate(day, m, year)) return fail(kBadTime);
-    ensureParsed();
-    month = (ASN1SINT)m;
-    compileString();
-    return 0;
-}
+// The date checks read the fields as they stand, before the text is parsed.
+int ASN1CTime::setYear(int y) { return setField(&year, y, y >= 0 && y <= SHRT_MAX && checkDate(day, month, y)); }
 
-int ASN1CTime::setDay(int d) {
-    if (d < 1 || d > 31 || !checkDate(d, month, year)) return fail(kBadTime);
-    ensureParsed();
-    day = (ASN1SINT)d;
-    compileString();
-    return 0;
-}
+int ASN1CTime::setMonth(int m) { return setField(&month, m, m >= 1 && m <= 12 && checkDate(day, m, year)); }
 
-int ASN1CTime::setHour(int h) {
-    if (h < 0 || h > 23) return fail(kBadTime);
-    ensureParsed();
-    hour = (ASN1SINT)h;
-    compileString();
-    return 0;
-}
+int ASN1CTime::setDay(int d) { return setField(&day, d, d >= 1 && d <= 31 && checkDate(d, month, year)); }
 
-int ASN1CTime::setMinute(int m) {
-    if (m < 0 || m > 59) return fail(kBadTime);
-    ensureParsed();
-    minute = (ASN1SINT)m;
-    compileString();
-    return 0;
-}
+int ASN1CTime::setHour(int h) { return setField(&hour, h, h >= 0 && h <= 23); }
 
-int ASN1CTime::setSecond(int s) {
-    if (s < 0 || s > 59) return fail(kBadTime);
-    ensureParsed();
-    second = (ASN1SINT)s;
-    compileString();
-    return 0;
-}
+int ASN1CTime::setMinute(int m) { return setField(&minute, m, m >= 0 && m <= 59); }
+
+int ASN1CTime::setSecond(int s) { return setField(&second, s, s >= 0 && s <= 59); }
 
 int ASN1CTime::setFraction(int f) {
     ensureParsed();
@@ -519,13 +492,7 @@ int ASN1CTime::setFraction(int f) {
     return 0;
 }
 
-int ASN1CTime::setDiffHour(int dh) {
-    if (dh < -12 || dh > 12) return fail(kBadTime);
-    ensureParsed();
-    diffHour = (ASN1SINT)dh;
-    compileString();
-    return 0;
-}
+int ASN1CTime::setDiffHour(int dh) { return setField(&diffHour, dh, dh >= -12 && dh <= 12); }
 
 int ASN1CTime::setDiff(int dh, int dm) {
     if (dh < -12 || dh > 12 || dm < -59 || dm > 59) return fail(kBadTime);

@@ -120,6 +120,8 @@ protected:
     int ensureParsed();
     /* A status through the error block when there is a context, bare otherwise. */
     int fail(int status);
+    /* One field set, the text rebuilt; kBadTime through fail() when not valid. */
+    int setField(ASN1SINT* field, int value, bool valid);
     /* Where rebuilt text goes and how much of it fits. */
     char* textStorage(int& capacity);
     const char* currentText() const { return timeStr ? *timeStr : 0; }
