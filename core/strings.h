@@ -432,11 +432,10 @@ private:
     static ATL::CCRTHeap m_crtHeap;
 };
 
+// Wholly defined here, so every user instantiates what it needs; the library's own
+// instantiations (char with 128 and 256) are not exported.
 template <typename T, int t_nFixedBytes>
 ATL::CCRTHeap CTempBufferEx<T, t_nFixedBytes>::m_crtHeap;
-
-extern template class CTempBufferEx<char, 128>;
-extern template class CTempBufferEx<char, 256>;
 
 }  // namespace ATL2
 

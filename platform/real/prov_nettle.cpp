@@ -27,7 +27,7 @@ const AlgDef kSha1{CALG_SHA1, "SHA-1", "Secure Hash Algorithm (SHA-1)", &nettle_
 const AlgDef kSha256{CALG_SHA_256, "SHA-256", "Secure Hash Algorithm (SHA-256)", &nettle_sha256};
 const AlgDef kSha384{CALG_SHA_384, "SHA-384", "Secure Hash Algorithm (SHA-384)", &nettle_sha384};
 const AlgDef kSha512{CALG_SHA_512, "SHA-512", "Secure Hash Algorithm (SHA-512)", &nettle_sha512};
-// GOST R 34.11-94 in PKI uses the CryptoPro parameter set.
+// GOST R 34.11-94 in PKI uses the parameter set of RFC 4357 (1.2.643.2.2.30.1).
 const AlgDef kGost94{CALG_GR3411, "GR 34.11-94", "GOST R 34.11-94", &nettle_gosthash94cp};
 const AlgDef kGost256{CALG_GR3411_2012_256, "GR 34.11-2012 256", "GOST R 34.11-2012 256 bit",
                       &nettle_streebog256};

@@ -64,7 +64,7 @@ std::vector<Vector> vectors() {
         {"sha512_896", CALG_SHA_512, ascii(k896),
          "8e959b75dae313da8cf4f72814fc143f8f7779c6eb9f7fa17299aeadb6889018501d289e4900f7e4331b99dec4b5433a"
          "c7d329eeb6dd26545e96e55b874be909"},
-        // GOST R 34.11-94 with the CryptoPro parameter set (the one PKI uses, RFC 4357)
+        // GOST R 34.11-94 with the parameter set PKI uses (RFC 4357, 1.2.643.2.2.30.1)
         {"gost94_empty", CALG_GR3411, {}, "981e5f3ca30c841487830f84fb433e13ac1101569b9c13584ac483234cd656c0"},
         {"gost94_abc", CALG_GR3411, ascii(kAbc), "b285056dbf18d7392d7677369524dd14747459ed8143997e163b2986f92fd42c"},
         {"gost94_message_digest", CALG_GR3411, ascii("message digest"),
@@ -126,8 +126,8 @@ TEST(Digests, Sha1MillionA) {
 }
 
 // RFC 5831 gives its examples under the test parameter set; the provider hashes with the
-// CryptoPro set, so those values must not come out.
-TEST(Digests, Gost94UsesCryptoProParameters) {
+// PKI set of RFC 4357 (1.2.643.2.2.30.1), so those values must not come out.
+TEST(Digests, Gost94UsesThePkiParameterSet) {
     const CBlob m = blobOf(ascii("This is message, length=32 bytes"));
     const std::string value = hexOf(MakeHash(0, CALG_GR3411, m, nullptr));
     EXPECT_NE(value, "b1c466d37519b82e8319819ff32595e047a28cb6f83eff1c6916a815a637fffa");
