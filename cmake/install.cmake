@@ -12,19 +12,25 @@ install(TARGETS chainvet qvcapi chainvet_objs_iface qvcapi_headers
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
+# The BER readers' shared helpers and the policies' call frame stay behind: what they
+# declare is hidden in libchainvet.so, so a program including them could not link.
 foreach(dir core asn1rt asn1data pki policies)
   install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/chainvet/${dir}
-    FILES_MATCHING PATTERN "*.h")
+    FILES_MATCHING PATTERN "*.h"
+    REGEX "/asn1rt/ber_decode_internal\\.h$" EXCLUDE
+    REGEX "/policies/frame\\.h$" EXCLUDE)
 endforeach()
 install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/platform/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/chainvet)
 
 install(EXPORT chainvetTargets NAMESPACE chainvet::
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/chainvet)
+set(CHAINVET_INCLUDE_INSTALL_DIR ${CMAKE_INSTALL_INCLUDEDIR}/chainvet)
 configure_package_config_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/chainvetConfig.cmake.in
   ${CMAKE_CURRENT_BINARY_DIR}/chainvetConfig.cmake
-  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/chainvet)
+  INSTALL_DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/chainvet
+  PATH_VARS CHAINVET_INCLUDE_INSTALL_DIR)
 write_basic_package_version_file(${CMAKE_CURRENT_BINARY_DIR}/chainvetConfigVersion.cmake
   COMPATIBILITY SameMajorVersion)
 install(FILES ${CMAKE_CURRENT_BINARY_DIR}/chainvetConfig.cmake
