@@ -5,6 +5,7 @@
 #include <dirent.h>
 #include <fstream>
 #include <iterator>
+#include <sstream>
 #include <stdexcept>
 #include <sys/stat.h>
 
@@ -170,6 +171,22 @@ std::vector<std::string> corpusFiles(const std::string& sub) {
     if (!corpusPresent())
         return out;
     walk(corpusDir() + "/" + sub, out);
+    std::sort(out.begin(), out.end());
+    return out;
+}
+
+std::vector<std::string> corpusByKind(const std::string& kind, bool withBad) {
+    std::vector<std::string> out;
+    std::ifstream manifest(corpusDir() + "/MANIFEST.tsv");
+    std::string line;
+    while (std::getline(manifest, line)) {
+        std::istringstream fields(line);
+        std::string path, sha, k;
+        if (std::getline(fields, path, '\t') && std::getline(fields, sha, '\t') &&
+            std::getline(fields, k, '\t') && k == kind &&
+            (withBad || path.find("/bad/") == std::string::npos))
+            out.push_back(corpusDir() + "/" + path);
+    }
     std::sort(out.begin(), out.end());
     return out;
 }

@@ -72,6 +72,9 @@ private:
 
 // Every regular file below corpus/<sub>, sorted; empty when the corpus is absent.
 std::vector<std::string> corpusFiles(const std::string& sub);
+// Every object MANIFEST.tsv lists under this kind ("cert", "crl", ...), in any folder;
+// malformed ones (below a bad/ folder) only with withBad.
+std::vector<std::string> corpusByKind(const std::string& kind, bool withBad = false);
 std::string corpusDir();
 bool corpusPresent();
 
