@@ -30,6 +30,24 @@ cert() {
     openssl x509 -in "$name.pem" -outform DER -out "$out/$name.der"
 }
 
+# A revocation list with two entries and a certification request with an extension
+# request, for the catalogue (its tests and fuzz seeds).
+lists() {
+    key crlca
+    openssl req -new -x509 -key crlca.key -subj "/O=chainvet demo/CN=Demo CRL Issuer" -days $days \
+        -out crlca.pem 2>/dev/null
+    printf '[ca]\ndefault_ca=c\n[c]\ndatabase=index.txt\ncrlnumber=crlnumber\ndefault_md=sha256\ndefault_crl_days=30\n' > ca.cnf
+    printf 'R\t350101000000Z\t240101000000Z,keyCompromise\t1A2B\tunknown\t/CN=a\n' > index.txt
+    printf 'R\t350101000000Z\t240201000000Z\t3C4D\tunknown\t/CN=b\n' >> index.txt
+    echo 01 > crlnumber
+    openssl ca -config ca.cnf -gencrl -keyfile crlca.key -cert crlca.pem -out list.pem 2>/dev/null
+    openssl crl -in list.pem -outform DER -out "$out/crl.der"
+    key req
+    openssl req -new -key req.key -subj "/C=DE/O=chainvet demo/CN=request.example" -config /dev/null \
+        -addext "subjectAltName=DNS:request.example" -outform DER -out "$out/request.der" 2>/dev/null
+}
+[ "${1:-}" = lists ] && { lists; echo "lists written to $out"; exit 0; }
+
 cert root "/O=chainvet demo/CN=Demo Root CA" - \
     "basicConstraints=critical,CA:TRUE" "keyUsage=critical,keyCertSign,cRLSign" \
     "subjectKeyIdentifier=hash"
@@ -52,23 +70,6 @@ cert both-bc "/O=chainvet demo/CN=Both basic constraints" root \
 # Only the old extension, with the current extension's encoding of cA TRUE.
 cert old-bc "/O=chainvet demo/CN=Old basic constraints" root \
     "2.5.29.10=DER:30030101FF"
-# A revocation list with two entries and a certification request with an extension
-# request, for the catalogue (its tests and fuzz seeds).
-lists() {
-    key crlca
-    openssl req -new -x509 -key crlca.key -subj "/O=chainvet demo/CN=Demo CRL Issuer" -days $days \
-        -out crlca.pem 2>/dev/null
-    printf '[ca]\ndefault_ca=c\n[c]\ndatabase=index.txt\ncrlnumber=crlnumber\ndefault_md=sha256\ndefault_crl_days=30\n' > ca.cnf
-    printf 'R\t350101000000Z\t240101000000Z,keyCompromise\t1A2B\tunknown\t/CN=a\n' > index.txt
-    printf 'R\t350101000000Z\t240201000000Z\t3C4D\tunknown\t/CN=b\n' >> index.txt
-    echo 01 > crlnumber
-    openssl ca -config ca.cnf -gencrl -keyfile crlca.key -cert crlca.pem -out list.pem 2>/dev/null
-    openssl crl -in list.pem -outform DER -out "$out/crl.der"
-    key req
-    openssl req -new -key req.key -subj "/C=DE/O=chainvet demo/CN=request.example" -config /dev/null \
-        -addext "subjectAltName=DNS:request.example" -outform DER -out "$out/request.der" 2>/dev/null
-}
-[ "${1:-}" = lists ] && { lists; echo "lists written to $out"; exit 0; }
 lists
 
 echo "fixtures written to $out"
