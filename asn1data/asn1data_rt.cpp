@@ -21,6 +21,13 @@ const ASN1OCTET* keepEncoding(ASN1CTXT* pctxt, int length) {
     ASN1OCTET* copy = (ASN1OCTET*)rtMemHeapAlloc(&pctxt->typeHeap, length > 0 ? length : 1);
     if (copy != 0 && length > 0)
         std::memcpy(copy, xe_getp(pctxt), (size_t)length);
+    // The scratch buffer goes back at once: a revocation list of many entries would
+    // otherwise hold one 16 KB buffer per encoded value until its context ends.
+    if (pctxt->bufDynamic && pctxt->bufData != 0) {
+        rtMemHeapFreePtr(&pctxt->msgHeap, pctxt->bufData);
+        pctxt->bufData = 0;
+        pctxt->bufDynamic = 0;
+    }
     return copy;
 }
 

@@ -103,7 +103,8 @@ inline bool isDefaultText(const char* value, const char* literal) {
 // ---- Encoders ---------------------------------------------------------------------------------
 
 // A heap copy of the `length` octets just written at the cursor: the value a table
-// constraint encoded, kept as a block of its own so that a later free is safe.
+// constraint encoded, kept as a block of its own so that a later free is safe. The fresh
+// dynamic buffer they were written to is given back (the caller restores its own).
 const ASN1OCTET* keepEncoding(ASN1CTXT* pctxt, int length);
 
 // ---- Copy and free ------------------------------------------------------------------------------

@@ -22,6 +22,15 @@ const std::map<std::string, std::pair<int, const char*>> kExpected = {
     {"cert/gnutls/x509-with-zero-version.der", {0, "a version of -1 reads as a 32-bit unsigned number"}},
     {"cert/asn1crypto/invalid_email_tag.der",
      {RT_E_TAG_MISMATCH, "emailAddress as UTF8String: a known attribute with a malformed value fails"}},
+    // A known extension that does not parse fails the whole certificate or list.
+    {"cert/gnutls/certs-interesting/cert4.der", {RT_E_TAG_MISMATCH, "a policy identifier written as GraphicString"}},
+    {"cert/gnutls/certs-interesting/cert7.der", {RT_E_TAG_MISMATCH, "authority information access under tag 0x53"}},
+    {"cert/gnutls/certs-interesting/cert8.der", {RT_E_EXTRA_ELEMENT, "notice numbers in a SET; the -3 deep inside is swallowed"}},
+    {"cert/gnutls/certs-interesting/cert9.der", {RT_E_BAD_OBJID, "a URL under the registeredID tag"}},
+    {"cert/rustcrypto/026EDA6FA1EDFA8C253936C75B5EEBD954BFF452.fake.der",
+     {RT_E_CONSTRAINT, "a user notice of 224 characters; QTDisplayText takes 1..200"}},
+    {"crl/pyhanko/attribute-certs/basic-aa/role-aa-some-revoked.crl",
+     {RT_E_EXTRA_ELEMENT, "onlyContainsAttributeCerts [5]: the issuing distribution point has fields [0] to [4]"}},
 };
 
 struct Outcome {

@@ -92,6 +92,8 @@ class Catalogue:
                     obj['direct'] = typ
                 else:
                     vname = '_%s_%s' % (name, suffix)
+                    # Annotations written on the object speak of its value type.
+                    typ.ann = {k: v for k, v in ann.items() if k != 'pending'}
                     self.add_type(vname, typ, mod, area)
                     obj['value'] = vname
             self.objects[name] = obj
