@@ -2,7 +2,8 @@
 # Makes the project's own certificate fixtures with the openssl tool: a root CA, an
 # intermediate CA and a leaf, plus a few certificates shaped for the policy tests.
 # Output: tests/fixtures/pki/*.der (committed; rerun only to change them; `lists` as the
-# argument makes only the revocation list and the certification request).
+# argument makes only the revocation list and the certification request, `ocsp` only the
+# OCSP responders and their requests).
 set -eu
 out=$(cd "$(dirname "$0")/.." && pwd)/tests/fixtures/pki
 tmp=$(mktemp -d)
@@ -47,6 +48,31 @@ lists() {
         -addext "subjectAltName=DNS:request.example" -outform DER -out "$out/request.der" 2>/dev/null
 }
 [ "${1:-}" = lists ] && { lists; echo "lists written to $out"; exit 0; }
+
+# OCSP responders under a root of their own: a CA that answers for what it issued, a
+# delegated responder with id-kp-OCSPSigning and id-pkix-ocsp-nocheck, one without the
+# purpose, a certificate they answer for, and `openssl ocsp` requests for it and for the
+# delegate itself under SHA-1 and SHA-256.
+ocsp() {
+    cert ocsp-root "/O=chainvet demo/CN=OCSP Demo Root" - \
+        "basicConstraints=critical,CA:TRUE" "keyUsage=critical,keyCertSign,cRLSign"
+    cert ocsp-ca "/O=chainvet demo/CN=OCSP Demo CA" ocsp-root \
+        "basicConstraints=critical,CA:TRUE,pathlen:0" "keyUsage=critical,keyCertSign,cRLSign,digitalSignature"
+    cert ocsp-subject "/O=chainvet demo/CN=subject.example" ocsp-ca \
+        "basicConstraints=critical,CA:FALSE" "keyUsage=critical,digitalSignature"
+    cert ocsp-delegated "/O=chainvet demo/CN=OCSP Delegated Responder" ocsp-ca \
+        "basicConstraints=critical,CA:FALSE" "keyUsage=critical,digitalSignature" \
+        "extendedKeyUsage=OCSPSigning" "1.3.6.1.5.5.7.48.1.5=DER:0500"
+    cert ocsp-nopurpose "/O=chainvet demo/CN=OCSP Responder Without Purpose" ocsp-ca \
+        "basicConstraints=critical,CA:FALSE" "keyUsage=critical,digitalSignature" \
+        "extendedKeyUsage=serverAuth"
+    for md in sha1 sha256; do
+        openssl ocsp -$md -issuer ocsp-ca.pem -cert ocsp-subject.pem -no_nonce -reqout "$out/ocsp-req-$md.der"
+        openssl ocsp -$md -issuer ocsp-ca.pem -cert ocsp-delegated.pem -no_nonce \
+            -reqout "$out/ocsp-req-self-$md.der"
+    done
+}
+[ "${1:-}" = ocsp ] && { ocsp; echo "OCSP fixtures written to $out"; exit 0; }
 
 cert root "/O=chainvet demo/CN=Demo Root CA" - \
     "basicConstraints=critical,CA:TRUE" "keyUsage=critical,keyCertSign,cRLSign" \
