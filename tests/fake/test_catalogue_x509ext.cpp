@@ -27,7 +27,7 @@ struct Decoded {
 
 std::string tlv(const std::string& tagHex, const std::string& contentHex) {
     const size_t n = contentHex.size() / 2;
-    char len[16];
+    char len[32];
     if (n < 128)
         std::snprintf(len, sizeof len, "%02zx", n);
     else if (n < 256)
