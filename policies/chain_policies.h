@@ -106,3 +106,17 @@ CHAINVET_API void TimestampSigningImpl(LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT
                                        PCERT_CHAIN_POLICY_PARA pPolicyPara,
                                        PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
 }
+
+// OCSP-signing flags: only the low 16 bits exist; they go on to the signature policy.
+#define QVOCSP_SIGNING_UNKNOWN_FLAGS 0xFFFF0000u
+
+// The OCSP-signing callback is exported under its C++ (signature-encoded) name.
+CHAINVET_API BOOL CertDllVerifyOCSPSigningCertificateChainPolicy(
+    LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT pChainContext, PCERT_CHAIN_POLICY_PARA pPolicyPara,
+    PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
+
+extern "C" {
+CHAINVET_API void OCSPSigningImpl(LPCSTR pszPolicyOID, PCCERT_CHAIN_CONTEXT pChainContext,
+                                  PCERT_CHAIN_POLICY_PARA pPolicyPara,
+                                  PCERT_CHAIN_POLICY_STATUS pPolicyStatus);
+}
