@@ -6,6 +6,7 @@
 
 #include "asn1rt/asn1time.h"
 #include "asn1rt/ber.h"
+#include "asn1rt/bigint.h"
 #include "asn1rt/bitstr.h"
 #include "asn1rt/charstr.h"
 #include "asn1rt/context.h"

@@ -1,5 +1,4 @@
-// The extension and X.400 types of the catalogue: their quirks on hex vectors, and every
-// extension of the corpus certificates and lists decoded to its type through ExtensionSet.
+// The extension and X.400 types of the catalogue: their quirks on hex vectors.
 #include "asn1data/catalogue.h"
 #include "ber_test_util.h"
 
@@ -112,42 +111,6 @@ TEST(CatalogueX509Ext, DefaultsAndTheNameConstraintIdentifier) {
     EXPECT_EQ(pq.as<ASN1T_PolicyQualifierInfo>().qualifier.decoded, nullptr);
     ASSERT_EQ(cps.status, 0);
     EXPECT_STREQ(*(const char**)cps.as<ASN1T_PolicyQualifierInfo>().qualifier.decoded, "A");
-}
-
-// Every extension of the corpus certificates and lists that ExtensionSet holds an object
-// for comes out decoded; none stays raw.
-TEST(CatalogueX509Ext, CorpusExtensionsDecodeToTheirTypes) {
-    CHAINVET_SKIP_WITHOUT_CORPUS();
-    int decoded = 0;
-    auto check = [&decoded](const ASN1T_Extensions& list, const std::string& path) {
-        for (Asn1RTDListNode* n = list.head; n; n = n->next) {
-            const ASN1T_Extension& e = *(const ASN1T_Extension*)n->data;
-            const ObjectInfo* o = typeRegistry().object("ExtensionSet", e.extnID);
-            if (o == nullptr || o->value == nullptr || e.extnValue.numocts == 0) continue;
-            EXPECT_NE(e.extnValueObj.decoded, nullptr) << path << " " << o->name;
-            ++decoded;
-        }
-    };
-    for (const char* kind : {"cert", "crl"}) {
-        for (const std::string& path : testsupport::corpusByKind(kind)) {
-            const std::vector<uint8_t> der = testsupport::readFile(path);
-            Decoded d(std::string(kind) == "cert" ? "Certificate" : "CertificateList", toHex(der.data(), der.size()));
-            if (d.status != 0) continue;  // the files the corpus test lists as refused
-            if (std::string(kind) == "cert") {
-                const ASN1T_TBSCertificate& tbs = d.as<ASN1T_Certificate>().toBeSigned;
-                if (tbs.m.extensionsPresent) check(tbs.extensions, path);
-            } else {
-                const ASN1T_TBSCertList& tbs = d.as<ASN1T_CertificateList>().toBeSigned;
-                if (tbs.m.crlExtensionsPresent) check(tbs.crlExtensions, path);
-                if (!tbs.m.revokedCertificatesPresent) continue;
-                for (Asn1RTDListNode* n = tbs.revokedCertificates.head; n; n = n->next) {
-                    const auto& entry = *(const ASN1T_TBSCertList_revokedCertificates_element*)n->data;
-                    if (entry.m.crlEntryExtensionsPresent) check(entry.crlEntryExtensions, path);
-                }
-            }
-        }
-    }
-    EXPECT_GT(decoded, 500);
 }
 
 }  // namespace

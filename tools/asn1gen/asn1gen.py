@@ -66,7 +66,8 @@ def header_order(em, cat):
         def want(occ, by_value):
             if occ.kind != 'REF':
                 return
-            if by_value or not em.is_struct(occ.ref):
+            # Through a pointer a forward declaration will do, but not for a typedef.
+            if by_value or em.shape(occ.ref) not in ('record', 'choice', 'list', 'array'):
                 result.append(occ.ref)
         if sh == 'alias':
             result.append(t.ref)

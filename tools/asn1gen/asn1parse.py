@@ -537,13 +537,19 @@ class Parser:
         self.err('bad bound', t)
 
     def parse_size_body(self):
+        """(lo, hi), or (lo, hi, [sizes]) for a union of exact sizes such as (32 | 64)."""
         self.expect('SIZE')
         self.expect('(')
         lo = self.parse_bound()
         hi = lo
         if self.accept('..'):
             hi = self.parse_bound()
+        alts = [lo]
+        while self.accept('|'):
+            alts.append(self.parse_bound())
         self.expect(')')
+        if len(alts) > 1:
+            return (min(alts), max(alts), alts)
         return (lo, hi)
 
     def parse_constraints(self, t):

@@ -83,9 +83,14 @@ class Emitter:
         return hi
 
     def named_bits_room(self, t):
-        if not t.named:
-            return None
-        return max(v for _, v in t.named) + 1
+        """Bits of room of a BIT STRING held inline (named bits, or a bounded size)."""
+        if t.named:
+            return max(v for _, v in t.named) + 1
+        if t.size is not None:
+            hi = self.cat.bound(t.size[1])
+            if hi is not None and hi <= 4096:
+                return hi
+        return None
 
     def prim_ctype(self, t):
         k = t.kind
@@ -285,10 +290,20 @@ class Emitter:
         raise ParseError('cannot decode %s' % k)
 
     # ==== constraints ====================================================================
+    def constrained_view(self, t):
+        """A reference with a constraint of its own (`macKey Gost28147-89-MAC (SIZE (4))`)
+        is checked as the type it names, under the reference's constraint."""
+        import copy as _copy
+        d = _copy.copy(self.cat.deref(t))
+        d.size, d.range, d.tag = t.size, t.range, None
+        return d
+
     def check_code(self, c, t, lv, text):
         """Emits the constraint test of a builtin occurrence (both directions)."""
         if t.kind == 'REF':
-            return
+            if t.size is None and t.range is None:
+                return
+            t = self.constrained_view(t)
         k = t.kind
         b = self.cat.bound
         if k == 'ENUMERATED' and t.named:
@@ -331,9 +346,14 @@ class Emitter:
             text = text + '.numbits' if text != '*pvalue' else 'pvalue->numbits'
         else:
             return
-        self.size_check(c, ln, lo, hi, text)
+        self.size_check(c, ln, lo, hi, text, t.size[2] if len(t.size) > 2 else None)
 
-    def size_check(self, c, ln, lo, hi, text):
+    def size_check(self, c, ln, lo, hi, text, alts=None):
+        if alts:
+            conds = ['(ASN1UINT)%s != %du' % (ln, self.cat.bound(a)) for a in alts]
+            c('if (%s) return asn1data::constraintFail(pctxt, "%s", (int)%s);'
+              % (' && '.join(conds), text, ln))
+            return
         conds = []
         if lo and lo > 0:
             conds.append('(ASN1UINT)%s < %du' % (ln, lo))
@@ -345,7 +365,9 @@ class Emitter:
 
     def has_check(self, t):
         if t.kind == 'REF':
-            return False
+            if t.size is None and t.range is None:
+                return False
+            t = self.constrained_view(t)
         if t.kind == 'ENUMERATED':
             return bool(t.named)
         if t.kind == 'INTEGER':
@@ -779,12 +801,14 @@ class Emitter:
                 else:
                     v = self.cat.bound(v)
             if d.kind == 'INTEGER' and self.int_repr(f.type) == 'bigint':
-                return '!asn1data::isDefaultText(%s, k%sDefault)' % (lv, self.default_name(f))
+                return '%s != k%sDefault && rtBigIntStrCompare(pctxt, %s, k%sDefault) != 0' % (
+                    lv, self.default_name(f), lv, self.default_name(f))
             return '%s != %d' % (lv, v)
         raise ParseError('DEFAULT of %s is not supported (field %s)' % (d.kind, f.name))
 
     def default_name(self, f):
-        return '_' + f.name
+        owner = getattr(f, 'owner', '')
+        return '%s_%s' % (owner, f.name)
 
     def emit_list_encoder_body(self, c, name, t, module):
         sh = self.shape(name)

@@ -132,7 +132,8 @@ class Catalogue:
         """An inner type named after its parent keeps its tag (it writes the tag itself);
         a shared list type (_SeqOfX, _SetOfX) leaves the tag on the field."""
         forced = ann.get('name', [None])[0] if ann.get('name') else None
-        if ft.kind in ('SEQUENCE', 'SET', 'CHOICE'):
+        if ft.kind in ('SEQUENCE', 'SET', 'CHOICE') or (ft.kind in ('INTEGER', 'ENUMERATED') and ft.named):
+            # Numbers with named values get a type of their own as well.
             return self.make_ref(forced or '%s_%s' % (parent, fname), ft, mod, area, True)
         if ft.kind in ('SEQOF', 'SETOF'):
             own = True
@@ -146,7 +147,9 @@ class Catalogue:
                     ft.elem = self.lift_elem('%s_%s' % (parent, fname), et, mod, area)
                     name = prefix + ft.elem.ref
                     own = False
-                elif et.kind == 'REF' and et.tag is None and et.size is None:
+                elif et.kind == 'REF' and et.tag is None and et.size is None and ft.size is None:
+                    # An unconstrained list of a named type is shared under one name; a
+                    # constrained one is the parent's own.
                     name = prefix + et.ref
                     own = False
                 else:
@@ -173,6 +176,8 @@ class Catalogue:
         for name in self.order:
             nt = self.types[name]
             self.check_refs(nt.t, nt)
+            for f in nt.t.fields:
+                f.owner = name
         for name in self.const_order:
             self.const_arcs(name)
         for oname in self.object_order:

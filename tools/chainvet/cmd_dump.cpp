@@ -22,8 +22,8 @@ const char* kHelp =
     "prints the value as a tree: the catalogue's field names, identifiers with the name of\n"
     "their constant, open types decoded through their information object or shown raw.\n"
     "Without --type the top-level types are tried in turn (Certificate, CertificateList,\n"
-    "CertificationRequest, and the message types the catalogue holds); the first that\n"
-    "decodes the whole file is taken.\n\n"
+    "CertificationRequest, ContentInfo, the OCSP, time-stamp and CMP messages); the first\n"
+    "that decodes the whole file is taken, else the first that decodes its beginning.\n\n"
     "  --type NAME   decode as this catalogue type\n"
     "  --json        print the tree as JSON (an open type left raw is {\"raw\": \"HEX\"})\n"
     "  --der OUT     write the value re-encoded by the catalogue's encoder to OUT\n\n"
@@ -155,7 +155,8 @@ int run(const std::vector<std::string>& args) {
     }
     // A name given means that type, whatever is left over; without one, a candidate must
     // take the whole input.
-    Decoded found;
+    // A candidate that leaves octets behind is taken only when no other takes them all.
+    Decoded found, partial;
     std::vector<Decoded> refused;
     for (const asn1data::TypeInfo* t : candidates) {
         Decoded d = decodeAs(&ctxt, *t, der);
@@ -163,13 +164,20 @@ int run(const std::vector<std::string>& args) {
             found = d;
             break;
         }
+        if (d.status == 0 && partial.type == nullptr) partial = d;
         refused.push_back(d);
+    }
+    if (found.type == nullptr && partial.type != nullptr) {
+        found = partial;
+        std::fprintf(stderr, "chainvet dump: %zu octets after the %s left alone\n", der.size() - found.consumed,
+                     found.type->name);
     }
     int exitCode = kPass;
     if (found.type == nullptr) {
         for (const Decoded& d : refused) {
             if (d.status != 0)
-                std::printf("%s: refused, status %s\n", d.type->name, statusText(d.status).c_str());
+                std::printf("%s: refused, status %s, at octet %u\n", d.type->name, statusText(d.status).c_str(),
+                            d.consumed);
             else
                 std::printf("%s: decoded %u of %zu octets only\n", d.type->name, d.consumed, der.size());
         }
