@@ -47,7 +47,32 @@ lists() {
     openssl req -new -key req.key -subj "/C=DE/O=chainvet demo/CN=request.example" -config /dev/null \
         -addext "subjectAltName=DNS:request.example" -outform DER -out "$out/request.der" 2>/dev/null
 }
+# Messages for the catalogue: a CMS signed message in indefinite-length form (as
+# `openssl cms -stream` writes it), an OCSP request and response, a time-stamp query and
+# reply, all under a throw-away CA of their own.
+messages() {
+    key mca
+    openssl req -new -x509 -key mca.key -subj "/O=chainvet demo/CN=Demo Message CA" -days $days \
+        -addext "basicConstraints=critical,CA:TRUE" -out mca.pem 2>/dev/null
+    key tsa
+    printf '[x]\nbasicConstraints=CA:FALSE\nextendedKeyUsage=critical,timeStamping\nkeyUsage=critical,digitalSignature\n' > tsa.ext
+    openssl req -new -key tsa.key -subj "/O=chainvet demo/CN=Demo TSA" -config /dev/null -out tsa.csr 2>/dev/null
+    openssl x509 -req -in tsa.csr -CA mca.pem -CAkey mca.key -days $days -set_serial 0x5151 \
+        -extfile tsa.ext -extensions x -out tsa.pem 2>/dev/null
+    echo "chainvet demo content" > content.txt
+    openssl cms -sign -in content.txt -signer tsa.pem -inkey tsa.key -stream -outform DER \
+        -out "$out/signed-indefinite.p7s" 2>/dev/null
+    openssl ocsp -issuer mca.pem -cert tsa.pem -reqout "$out/ocsp-request.der" -no_nonce 2>/dev/null
+    printf 'V\t350101000000Z\t\t5151\tunknown\t/CN=tsa\n' > idx.txt
+    openssl ocsp -index idx.txt -rsigner mca.pem -rkey mca.key -CA mca.pem \
+        -reqin "$out/ocsp-request.der" -respout "$out/ocsp-response.der" 2>/dev/null
+    openssl ts -query -data content.txt -sha256 -cert -out "$out/ts-query.der" 2>/dev/null
+    printf '[tsa]\ndefault_tsa=t\n[t]\nserial=tsaserial\nsigner_cert=tsa.pem\nsigner_key=tsa.key\nsigner_digest=sha256\ndefault_policy=1.2.3.4.1\ndigests=sha256\naccuracy=secs:1, millisecs:500\nordering=yes\n' > ts.cnf
+    echo 01 > tsaserial
+    openssl ts -reply -config ts.cnf -queryfile "$out/ts-query.der" -out "$out/ts-reply.der" 2>/dev/null
+}
 [ "${1:-}" = lists ] && { lists; echo "lists written to $out"; exit 0; }
+[ "${1:-}" = messages ] && { messages; echo "messages written to $out"; exit 0; }
 
 # OCSP responders under a root of their own: a CA that answers for what it issued, a
 # delegated responder with id-kp-OCSPSigning and id-pkix-ocsp-nocheck, one without the
@@ -97,5 +122,6 @@ cert both-bc "/O=chainvet demo/CN=Both basic constraints" root \
 cert old-bc "/O=chainvet demo/CN=Old basic constraints" root \
     "2.5.29.10=DER:30030101FF"
 lists
+messages
 
 echo "fixtures written to $out"
