@@ -1,8 +1,9 @@
 #include "support/testsupport.h"
 
 #include <algorithm>
-#include <cstring>
-#include <dirent.h>
+#include <cctype>
+#include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -12,34 +13,26 @@
 namespace testsupport {
 
 std::vector<uint8_t> hex(const std::string& text) {
-    std::vector<uint8_t> out;
-    int hi = -1;
+    std::string digits;
     for (char c : text) {
-        int v;
-        if (c >= '0' && c <= '9') v = c - '0';
-        else if (c >= 'a' && c <= 'f') v = c - 'a' + 10;
-        else if (c >= 'A' && c <= 'F') v = c - 'A' + 10;
-        else if (c == ' ' || c == ':' || c == '\n') continue;
-        else throw std::invalid_argument("bad hex");
-        if (hi < 0) {
-            hi = v;
-        } else {
-            out.push_back(static_cast<uint8_t>(hi << 4 | v));
-            hi = -1;
-        }
+        if (std::isxdigit(static_cast<unsigned char>(c)))
+            digits += c;
+        else if (c != ' ' && c != ':' && c != '\n')
+            throw std::invalid_argument("bad hex");
     }
-    if (hi >= 0)
+    if (digits.size() % 2)
         throw std::invalid_argument("odd hex");
+    std::vector<uint8_t> out;
+    for (size_t i = 0; i < digits.size(); i += 2)
+        out.push_back(static_cast<uint8_t>(std::stoi(digits.substr(i, 2), nullptr, 16)));
     return out;
 }
 
 std::string toHex(const uint8_t* p, size_t n) {
     static const char* digits = "0123456789ABCDEF";
     std::string s;
-    for (size_t i = 0; i < n; ++i) {
-        s += digits[p[i] >> 4];
-        s += digits[p[i] & 15];
-    }
+    for (size_t i = 0; i < n; ++i)
+        s.append({digits[p[i] >> 4], digits[p[i] & 15]});
     return s;
 }
 
@@ -53,11 +46,31 @@ bool fileExists(const std::string& path) {
     return ::stat(path.c_str(), &st) == 0;
 }
 
-FakeCert::FakeCert() {
-    m_subject = hex("300F310D300B06035504030C0454657374");  // CN=Test
-    m_issuer = m_subject;
-    m_serial = {0x01};
-    m_key = hex("0102030405");
+Quorvane::CBlob blobOf(const std::vector<uint8_t>& bytes) {
+    return Quorvane::CBlob(bytes.data(), static_cast<unsigned long>(bytes.size()));
+}
+
+std::string hexOf(const Quorvane::CBlob& b) { return toHex(b.pbData(), b.cbData()); }
+
+void* CountingHeap::Allocate(size_t n) noexcept {
+    ++allocations;
+    lastSize = n;
+    return refuse ? nullptr : std::malloc(n);
+}
+
+void CountingHeap::Free(void* p) noexcept {
+    frees += p != nullptr;
+    std::free(p);
+}
+
+void* CountingHeap::Reallocate(void* p, size_t n) noexcept {
+    ++reallocations;
+    lastSize = n;
+    return refuse ? nullptr : std::realloc(p, n);
+}
+
+FakeCert::FakeCert() : m_subject(hex("300F310D300B06035504030C0454657374")), m_serial{0x01}, m_key(hex("0102030405")) {
+    m_issuer = m_subject;  // CN=Test
     wire();
 }
 
@@ -75,12 +88,9 @@ FakeCert& FakeCert::setPublicKey(const std::vector<uint8_t>& bits) { m_key = bit
 
 void FakeCert::wire() {
     m_exts.resize(m_oids.size());
-    for (size_t i = 0; i < m_oids.size(); ++i) {
-        m_exts[i].pszObjId = &m_oids[i][0];
-        m_exts[i].fCritical = m_critical[i];
-        m_exts[i].Value.cbData = static_cast<DWORD>(m_values[i].size());
-        m_exts[i].Value.pbData = m_values[i].data();
-    }
+    for (size_t i = 0; i < m_oids.size(); ++i)
+        m_exts[i] = CERT_EXTENSION{&m_oids[i][0], m_critical[i],
+                                   {static_cast<DWORD>(m_values[i].size()), m_values[i].data()}};
     m_info.dwVersion = 2;
     m_info.SerialNumber = {static_cast<DWORD>(m_serial.size()), m_serial.data()};
     m_info.Issuer = {static_cast<DWORD>(m_issuer.size()), m_issuer.data()};
@@ -94,9 +104,8 @@ void FakeCert::wire() {
 
 PCCERT_CONTEXT FakeCert::context() { return &m_ctx; }
 
-FakeChain::FakeChain(std::vector<PCCERT_CONTEXT> certs, DWORD trustErrorStatus) {
-    m_elements.resize(certs.size());
-    m_elementPtrs.resize(certs.size());
+FakeChain::FakeChain(std::vector<PCCERT_CONTEXT> certs, DWORD trustErrorStatus)
+    : m_elements(certs.size()), m_elementPtrs(certs.size()) {
     for (size_t i = 0; i < certs.size(); ++i) {
         m_elements[i].cbSize = sizeof(CERT_CHAIN_ELEMENT);
         m_elements[i].pCertContext = certs[i];
@@ -126,51 +135,34 @@ std::string TraceCapture::text() const { return support_print_memory_text(m_ctx)
 
 std::vector<std::string> TraceCapture::lines() const {
     std::vector<std::string> out;
-    std::string all = text();
-    size_t start = 0;
-    while (start < all.size()) {
-        size_t end = all.find('\n', start);
-        if (end == std::string::npos)
-            end = all.size() - 1;
-        out.push_back(all.substr(start, end - start + 1));
-        start = end + 1;
-    }
+    std::istringstream in(text());
+    for (std::string line; std::getline(in, line);)
+        out.push_back(line + (in.eof() ? "" : "\n"));
     return out;
 }
 
 void TraceCapture::clear() { support_print_memory_clear(m_ctx); }
 
+bool inOrder(const std::vector<std::string>& lines, const std::vector<std::string>& expected) {
+    size_t at = 0;
+    for (const std::string& line : lines)
+        at += at < expected.size() && line == expected[at];
+    return at == expected.size();
+}
+
 std::string corpusDir() { return CHAINVET_CORPUS_DIR; }
 
 bool corpusPresent() { return fileExists(corpusDir() + "/MANIFEST.tsv"); }
 
-namespace {
-void walk(const std::string& dir, std::vector<std::string>& out) {
-    DIR* d = ::opendir(dir.c_str());
-    if (!d)
-        return;
-    while (dirent* e = ::readdir(d)) {
-        std::string name = e->d_name;
-        if (name == "." || name == "..")
-            continue;
-        std::string path = dir + "/" + name;
-        struct stat st;
-        if (::stat(path.c_str(), &st) != 0)
-            continue;
-        if (S_ISDIR(st.st_mode))
-            walk(path, out);
-        else if (S_ISREG(st.st_mode))
-            out.push_back(path);
-    }
-    ::closedir(d);
-}
-}  // namespace
-
 std::vector<std::string> corpusFiles(const std::string& sub) {
     std::vector<std::string> out;
-    if (!corpusPresent())
-        return out;
-    walk(corpusDir() + "/" + sub, out);
+    std::error_code ec;
+    if (corpusPresent())
+        for (std::filesystem::recursive_directory_iterator
+                 it(corpusDir() + "/" + sub, std::filesystem::directory_options::follow_directory_symlink, ec), end;
+             !ec && it != end; it.increment(ec))
+            if (it->is_regular_file())
+                out.push_back(it->path().string());
     std::sort(out.begin(), out.end());
     return out;
 }
@@ -178,13 +170,11 @@ std::vector<std::string> corpusFiles(const std::string& sub) {
 std::vector<std::string> corpusByKind(const std::string& kind, bool withBad) {
     std::vector<std::string> out;
     std::ifstream manifest(corpusDir() + "/MANIFEST.tsv");
-    std::string line;
-    while (std::getline(manifest, line)) {
+    for (std::string line; std::getline(manifest, line);) {
         std::istringstream fields(line);
         std::string path, sha, k;
-        if (std::getline(fields, path, '\t') && std::getline(fields, sha, '\t') &&
-            std::getline(fields, k, '\t') && k == kind &&
-            (withBad || path.find("/bad/") == std::string::npos))
+        if (std::getline(fields, path, '\t') && std::getline(fields, sha, '\t') && std::getline(fields, k, '\t') &&
+            k == kind && (withBad || path.find("/bad/") == std::string::npos))
             out.push_back(corpusDir() + "/" + path);
     }
     std::sort(out.begin(), out.end());

@@ -1,11 +1,13 @@
 // Helpers shared by the tests: hex, hand-made certificate contexts and chains, trace
-// capture, corpus access.
+// capture, corpus access, thrown status codes, a counting heap.
 #pragma once
 
+#include "core/blob.h"
 #include "qvcapi.h"
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 #include <vector>
@@ -16,6 +18,32 @@ std::vector<uint8_t> hex(const std::string& text);
 std::string toHex(const uint8_t* p, size_t n);
 std::vector<uint8_t> readFile(const std::string& path);
 bool fileExists(const std::string& path);
+Quorvane::CBlob blobOf(const std::vector<uint8_t>& bytes);
+std::string hexOf(const Quorvane::CBlob& b);  // upper case
+
+// The m_hr of the CAtlException that f throws; a test failure when it throws none.
+template <typename F>
+HRESULT thrownHr(F f) {
+    try {
+        f();
+    } catch (const ATL::CAtlException& e) {
+        return e.m_hr;
+    }
+    ADD_FAILURE() << "no CAtlException";
+    return 0x7FFFFFFF;
+}
+
+// A heap that counts what passes through it and can be told to refuse.
+class CountingHeap : public ATL::IAtlMemMgr {
+public:
+    void* Allocate(size_t n) noexcept override;
+    void Free(void* p) noexcept override;
+    void* Reallocate(void* p, size_t n) noexcept override;
+    size_t GetSize(void*) noexcept override { return 0; }
+    std::atomic<int> allocations{0}, frees{0}, reallocations{0};
+    size_t lastSize = 0;
+    bool refuse = false;
+};
 
 // A certificate context built by hand: names, key bits, serial and extensions as given.
 class FakeCert {
@@ -69,6 +97,9 @@ private:
     TSupportDbContext_* m_saved;
     TSupportDbContext_* m_ctx;
 };
+
+// Whether `expected` occurs in `lines` in this order, other lines between them allowed.
+bool inOrder(const std::vector<std::string>& lines, const std::vector<std::string>& expected);
 
 // Every regular file below corpus/<sub>, sorted; empty when the corpus is absent.
 std::vector<std::string> corpusFiles(const std::string& sub);
