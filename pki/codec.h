@@ -206,7 +206,8 @@ enum CrlReason : unsigned int {
 };
 
 struct ASN1T_CRLReason_traits {
-    typedef ASN1UINT ASN1_T;
+    typedef asn1data::ASN1T_CRLReason ASN1_T;
+    typedef asn1data::ASN1C_CRLReason ASN1_C;
     static void set(ASN1CTXT*, ASN1_T& dst, CrlReason src) { dst = src; }
     static void get(const ASN1_T& src, CrlReason& dst) { dst = static_cast<CrlReason>(src); }
     static void copy(ASN1CTXT*, const ASN1_T& src, ASN1_T& dst) { dst = src; }

@@ -157,6 +157,10 @@ TEST(CodecFrame, LeafTraits) {
     CStringProxy oid;
     asn1Decode<ASN1TObjId_traits, CStringProxy>(big("0603551D0F"), oid);
     EXPECT_STREQ(oid.c_str(), "2.5.29.15");
+    EXPECT_EQ(hexOf(asn1Encode<ASN1T_CRLReason_traits, CrlReason>(crlReasonKeyCompromise)), "0A0101");
+    CrlReason reason = crlReasonUnspecified;
+    asn1Decode<ASN1T_CRLReason_traits, CrlReason>(big("0A0108"), reason);
+    EXPECT_EQ(reason, crlReasonRemoveFromCRL);
 
     const CBlob der = asn1Encode<ASN1GeneralizedTime_traits, CDateTime>(CDateTime(2024u, 5, 1, 12, 30, 15, 999, 0));
     EXPECT_EQ(hexOf(der), "180F32303234303530313132333031355A") << "the fraction is cut off, not rounded";
