@@ -12,14 +12,15 @@ install(TARGETS chainvet qvcapi chainvet_objs_iface qvcapi_headers
   ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR}
   RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 
-# The BER readers' shared helpers and the policies' call frame stay behind: what they
-# declare is hidden in libchainvet.so, so a program including them could not link.
-foreach(dir core asn1rt asn1data pki policies)
+# The BER readers' shared helpers, the policies' call frame and CertID checker, and the
+# object model stay behind: what they declare is hidden in libchainvet.so, so a program
+# including them could not link (the object model also needs the generated catalogue).
+foreach(dir core asn1rt asn1data policies)
   install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/${dir}/
     DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/chainvet/${dir}
     FILES_MATCHING PATTERN "*.h"
     REGEX "/asn1rt/ber_decode_internal\\.h$" EXCLUDE
-    REGEX "/policies/frame\\.h$" EXCLUDE)
+    REGEX "/policies/(frame|ocsp_certid)\\.h$" EXCLUDE)
 endforeach()
 install(DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR}/platform/include/
   DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/chainvet)
