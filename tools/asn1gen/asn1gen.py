@@ -215,6 +215,8 @@ def emit_object_decls(c, em, cat):
         c('explicit %s(ASN1CTXT* pctxt);' % sname)
         c('static %s* instance(ASN1CTXT* pctxt);' % sname)
         c('%s* lookupObject(ASN1TObjId id);' % cls)
+        c('// The same search without the copy of the identifier that lookupObject takes.')
+        c('%s* findObject(const ASN1OBJID& id) const;' % cls)
         c.close('};')
 
 
@@ -353,7 +355,8 @@ def emit_objects(em, cat):
         c('mpInstance.store(set, std::memory_order_release);')
         c('return set;')
         c.close()
-        c.open('%s* %s::lookupObject(ASN1TObjId id) {' % (cls, sname))
+        c('%s* %s::lookupObject(ASN1TObjId id) { return findObject(id); }' % (cls, sname))
+        c.open('%s* %s::findObject(const ASN1OBJID& id) const {' % (cls, sname))
         c('// In table order; count and last arc first, so that most objects are passed over cheaply.')
         c('const ASN1UINT last = id.numids - 1;')
         c.open('for (ASN1UINT i = 0; i < mCount; ++i) {')

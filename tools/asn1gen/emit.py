@@ -596,7 +596,7 @@ class Emitter:
         f, form, cls, setname, at, suffix = self.table_info(name)
         c.open('int asn1DTC_%s(ASN1CTXT* pctxt, ASN1T_%s* pvalue) {' % (name, name))
         c('%s* set = %s::instance(pctxt);' % (setname, setname))
-        c('%s* object = set->lookupObject(pvalue->%s);' % (cls, at))
+        c('%s* object = set->findObject(pvalue->%s);' % (cls, at))
         if form == 'octets':
             sib = self.sibling(f)
             c('pvalue->%s.data = pvalue->%s.data;' % (sib, f.name))
@@ -630,7 +630,7 @@ class Emitter:
         c()
         c.open('int asn1ETC_%s(ASN1CTXT* pctxt, ASN1T_%s* pvalue) {' % (name, name))
         c('%s* set = %s::instance(pctxt);' % (setname, setname))
-        c('%s* object = set->lookupObject(pvalue->%s);' % (cls, at))
+        c('%s* object = set->findObject(pvalue->%s);' % (cls, at))
         if form == 'octets':
             sib = self.sibling(f)
             gate = 'pvalue->%s.decoded == 0' % sib
@@ -1373,7 +1373,7 @@ class Emitter:
     def copy_table_field(self, c, name, f, form):
         _, _, cls, setname, at, suffix = self.table_info(name)
         src, dst = 'pSrcValue->%s' % f.name, 'pDstValue->%s' % f.name
-        c('%s* object = %s::instance(pctxt)->lookupObject(pSrcValue->%s);' % (cls, setname, at))
+        c('%s* object = %s::instance(pctxt)->findObject(pSrcValue->%s);' % (cls, setname, at))
         if form == 'open':
             c('if (object != 0) object->copy%s(pctxt, %s, %s); else %s.decoded = 0;' % (suffix, src, dst, dst))
             c('rtCopyOpenType(pctxt, (const ASN1OpenType*)&%s, (ASN1OpenType*)&%s);' % (src, dst))
@@ -1472,13 +1472,13 @@ class Emitter:
         _, _, cls, setname, at, suffix = self.table_info(name)
         lv = 'pvalue->%s' % f.name
         if form == 'open':
-            c('%s* object = %s::instance(pctxt)->lookupObject(pvalue->%s);' % (cls, setname, at))
+            c('%s* object = %s::instance(pctxt)->findObject(pvalue->%s);' % (cls, setname, at))
             c('if (object != 0) object->free%s(pctxt, %s); else %s.decoded = 0;' % (suffix, lv, lv))
             c('asn1data::freePtr(pctxt, %s.data);' % lv)
         elif form == 'octets':
             c('asn1data::freePtr(pctxt, %s.data);' % lv)
         else:
-            c('%s* object = %s::instance(pctxt)->lookupObject(pvalue->%s);' % (cls, setname, at))
+            c('%s* object = %s::instance(pctxt)->findObject(pvalue->%s);' % (cls, setname, at))
             c.open('for (Asn1RTDListNode* node = %s.head; node != 0; node = node->next) {' % lv)
             c('Asn1TObject* value = (Asn1TObject*)node->data;')
             c('if (object != 0) object->free%s(pctxt, *value); else value->decoded = 0;' % suffix)
