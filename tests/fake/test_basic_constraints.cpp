@@ -29,8 +29,8 @@ Outcome run(const Extensions& extensions, DWORD flags, DWORD elements = 1, DWORD
     QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_STATUS extra{3, 0x77, 5, 6};
     CERT_CHAIN_POLICY_STATUS status{statusSize, 0x11, 0x22, 0x33, &extra};
     SetLastError(kSentinel);
-    const BOOL r = CertDllVerifyBasicConstraintsCertificateChainPolicy(CERT_CHAIN_POLICY_BASIC_CONSTRAINTS,
-                                                                       chain.get(), withPara ? &para : nullptr, &status);
+    const BOOL r = CertDllVerifyBasicConstraintsCertificateChainPolicy(
+        CERT_CHAIN_POLICY_BASIC_CONSTRAINTS, chain.get(), withPara ? &para : nullptr, &status);
     EXPECT_EQ(std::make_tuple(extra.cbSize, extra.dwError, extra.lChainIndex), std::make_tuple(3u, 0x77u, 5));
     return Outcome{r, status.dwError, status.lChainIndex, status.lElementIndex, GetLastError()};
 }
@@ -83,6 +83,7 @@ TEST_F(BasicConstraints, OutcomeTable) {
         {"the current extension wins", {{kBC1, kCA}, {kBC2, kNotCA}}, ca, 1, 0, true, fail, fails},
         {"the current extension wins, other order", {{kBC2, kNotCA}, {kBC1, kCA}}, ca, 1, 0, true, fail, fails},
         {"undecodable value", {{kBC2, "0403010203"}}, ca, 1, 0, true, {FALSE, kTrustE, 0, 0, 0x8009310Bu}, undecodable},
+        {"value cut short", {{kBC2, "31"}}, ca, 1, 0, true, {FALSE, kTrustE, 0, 0, 0x8009310Bu}, undecodable},
         {"end-entity flag alone", {{kBC2, kCA}}, 0x40000000u, 1, 0, true, failNotImpl, notImplemented},
         {"neither flag", {{kBC2, kNotCA}}, 0, 2, 0, true, pass, passes},
         {"both flags", {{kBC2, kNotCA}}, 0xC0000000u, 2, 0, true, pass, passes},
@@ -103,9 +104,11 @@ TEST_F(BasicConstraints, OutcomeTable) {
         }
     }
     // A status of the wrong size is refused and left as it was.
-    for (DWORD size : {DWORD(0), DWORD(sizeof(CERT_CHAIN_POLICY_STATUS) - 1), DWORD(sizeof(CERT_CHAIN_POLICY_STATUS) + 1)}) {
+    const DWORD good = sizeof(CERT_CHAIN_POLICY_STATUS);
+    for (DWORD size : {DWORD(0), good - 1, good + 1, DWORD(0xFFFFFFFFu)}) {
         TraceCapture capture;
-        EXPECT_EQ(run({}, ca, 2, 0, true, sizeof(CERT_CHAIN_POLICY_PARA), size), (Outcome{FALSE, 0x11, 0x22, 0x33, 87}));
+        EXPECT_EQ(run({}, ca, 2, 0, true, sizeof(CERT_CHAIN_POLICY_PARA), size),
+                  (Outcome{FALSE, 0x11, 0x22, 0x33, 87}));
         EXPECT_EQ(capture.lines(), (Lines{start,
                                           "CheckAndInitPolicyStatus|Unknown pPolicyStatus structure "
                                           "(sizeof(*pPolicyStatus) != pPolicyStatus->cbSize)\n",

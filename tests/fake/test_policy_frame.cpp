@@ -1,5 +1,7 @@
 // The frame every policy runs in: record checks at each size boundary, the proxy's
-// handling of exceptions, merging of inner statuses, and the trace lines of each.
+// handling of exceptions, merging of inner statuses, the trace lines of each, and the
+// trace rule: a context whose level is off prints nothing, tracing keeps the last error.
+#include "core/trace.h"
 #include "policies/frame.h"
 #include "qvfake.h"
 #include "support/testsupport.h"
@@ -41,25 +43,8 @@ std::string hexWord(const void* p) {
 TEST(PolicyFrame, RecordSizesOfThisBuild) {
     EXPECT_EQ(std::make_tuple(sizeof(CERT_CHAIN_POLICY_STATUS), sizeof(CERT_CHAIN_POLICY_PARA), sizeof(UsagePara),
                               sizeof(UsageStatus), sizeof(OcspPara), sizeof(OcspStatus), sizeof(QVOCSP_CERT_ID)),
-              k32 ? std::make_tuple(20u, 12u, 8u, 16u, 20u, 24u, 36u) : std::make_tuple(24u, 16u, 16u, 16u, 40u, 32u, 72u));
-}
-
-// A refused status is left as it was; an accepted one is initialised, its extra pointer kept.
-TEST(PolicyFrame, StatusSizeBoundaries) {
-    const DWORD good = sizeof(CERT_CHAIN_POLICY_STATUS);
-    int marker;
-    for (DWORD size : {good - 1, good + 1, DWORD(0), DWORD(0xFFFFFFFFu), good}) {
-        CERT_CHAIN_POLICY_STATUS s{size, 7, 8, 9, &marker};
-        TraceCapture trace;
-        const bool ok = size == good;
-        const HRESULT hr = hrOf([&] { CheckAndInitPolicyStatus(&s); });
-        EXPECT_EQ(std::make_tuple(hr, s.dwError, s.lChainIndex, s.lElementIndex,
-                                  s.pvExtraPolicyStatus, trace.text()),
-                  std::make_tuple(ok ? 0 : 87, ok ? 0u : 7u, ok ? -1 : 8, ok ? -1 : 9, static_cast<void*>(&marker),
-                                  std::string(ok ? "" : "CheckAndInitPolicyStatus|Unknown pPolicyStatus structure "
-                                                        "(sizeof(*pPolicyStatus) != pPolicyStatus->cbSize)\n")))
-            << size;
-    }
+              k32 ? std::make_tuple(20u, 12u, 8u, 16u, 20u, 24u, 36u)
+                  : std::make_tuple(24u, 16u, 16u, 16u, 40u, 32u, 72u));
 }
 
 // The status is initialised before the extra status is looked at; a refused extra status
@@ -140,7 +125,9 @@ void throwsStd(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAI
     throw std::runtime_error("boom");
 }
 void throwsInt(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) { throw 42; }
-void throws87(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) { ATL::AtlThrowImpl(87); }
+void throws87(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) {
+    ATL::AtlThrowImpl(87);
+}
 void returns(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) {}
 
 TEST(PolicyFrame, ProxyTurnsEveryExceptionIntoFalse) {
@@ -151,25 +138,30 @@ TEST(PolicyFrame, ProxyTurnsEveryExceptionIntoFalse) {
         DWORD lastError, dwError;
         std::string trace;
     } cases[] = {
-        {throwsAtl, FALSE, 0x80091234u, 0xAB, "CAtlException caught (m_hr=0x80091234) - setting last error and returning FALSE\n"},
+        {throwsAtl, FALSE, 0x80091234u, 0xAB,
+         "CAtlException caught (m_hr=0x80091234) - setting last error and returning FALSE\n"},
         {throwsStd, FALSE, 0x80004005u, 0, unknown},
         {throwsInt, FALSE, 0x80004005u, 0, unknown},
         {throws87, FALSE, 87u, 0, "CAtlException caught (m_hr=0x00000057) - setting last error and returning FALSE\n"},
         {returns, TRUE, 0x0BADF00Du, 0, "Finish. Returning TRUE.\n"},
     };
     for (const auto& c : cases) {
-        CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, 0, 0, nullptr};
-        SetLastError(0x0BADF00Du);
-        TraceCapture trace;
-        const BOOL result = CertDllVerifyCertificateChainPolicyProxy(nullptr, nullptr, nullptr, &s, c.impl);
-        EXPECT_EQ(std::make_tuple(result, GetLastError(), s.dwError, trace.text()),
-                  std::make_tuple(c.result, c.lastError, c.dwError, "CertDllVerifyCertificateChainPolicyProxy|" + c.trace));
+        for (bool traced : {false, true}) {
+            CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, 0, 0, nullptr};
+            SetLastError(0x0BADF00Du);
+            std::unique_ptr<TraceCapture> trace(traced ? new TraceCapture : nullptr);
+            const BOOL result = CertDllVerifyCertificateChainPolicyProxy(nullptr, nullptr, nullptr, &s, c.impl);
+            EXPECT_EQ(std::make_tuple(result, GetLastError(), s.dwError),
+                      std::make_tuple(c.result, c.lastError, c.dwError));
+            if (trace)
+                EXPECT_EQ(trace->text(), "CertDllVerifyCertificateChainPolicyProxy|" + c.trace);
+        }
     }
 }
 
 TEST(PolicyFrame, ThrowLastWin32TakesTheHresultForm) {
-    const std::pair<DWORD, DWORD> cases[] = {{0, 0},           {5, 0x80070005u},          {87, 0x80070057u},
-                                             {0x12345, 0x80072345u}, {0x80092004u, 0x80092004u}, {0xFFFFFFFFu, 0xFFFFFFFFu}};
+    const std::pair<DWORD, DWORD> cases[] = {{0, 0}, {5, 0x80070005u}, {87, 0x80070057u}, {0x12345, 0x80072345u},
+                                             {0x80092004u, 0x80092004u}, {0xFFFFFFFFu, 0xFFFFFFFFu}};
     for (const auto& c : cases) {
         SetLastError(c.first);
         EXPECT_EQ(static_cast<DWORD>(thrownHr([] { ATL::AtlThrowLastWin32(); })), c.second) << c.first;
@@ -183,7 +175,8 @@ TEST(PolicyFrame, OwnFailureWithAndWithoutExtraStatus) {
     UsageStatus extra{sizeof extra, 0x1, -1, -1};
     TraceCapture trace;
     EXPECT_FALSE(ReportError(&s, &extra, CERT_E_WRONG_USAGE, 0x20));
-    EXPECT_EQ(std::make_tuple(extra.dwError, extra.lChainIndex, s.dwError, s.lChainIndex), std::make_tuple(0x21u, -1, 0u, -1));
+    EXPECT_EQ(std::make_tuple(extra.dwError, extra.lChainIndex, s.dwError, s.lChainIndex),
+              std::make_tuple(0x21u, -1, 0u, -1));
     EXPECT_TRUE(ReportError<UsageStatus>(&s, nullptr, CERT_E_WRONG_USAGE, 0x20));
     EXPECT_EQ(std::make_tuple(s.dwError, s.lChainIndex, s.lElementIndex), std::make_tuple(0x800B0110u, 0, 0));
     EXPECT_EQ(trace.lines(), (std::vector<std::string>{
@@ -193,10 +186,12 @@ TEST(PolicyFrame, OwnFailureWithAndWithoutExtraStatus) {
 }
 
 TEST(PolicyFrame, MergingAnInnerStatus) {
-    const CERT_CHAIN_POLICY_STATUS inner{sizeof inner, 0x800B0110u, 2, 3, nullptr}, clean{sizeof clean, 0, -1, -1, nullptr};
+    const CERT_CHAIN_POLICY_STATUS inner{sizeof inner, 0x800B0110u, 2, 3, nullptr};
+    const CERT_CHAIN_POLICY_STATUS clean{sizeof clean, 0, -1, -1, nullptr};
     const UsageStatus innerExtra{sizeof innerExtra, 0x02, 4, 5}, cleanExtra{sizeof cleanExtra, 0, -1, -1};
-    const std::string innerError = "ReportError|pOtherPolicyStatus->dwError = 0x800b0110\n"
-                                   "ReportError|pOtherPolicyStatus->lChainIndex = 2, pOtherPolicyStatus->lElementIndex = 3\n";
+    const std::string innerError =
+        "ReportError|pOtherPolicyStatus->dwError = 0x800b0110\n"
+        "ReportError|pOtherPolicyStatus->lChainIndex = 2, pOtherPolicyStatus->lElementIndex = 3\n";
     const struct {
         bool extraGiven;  // by the caller
         const CERT_CHAIN_POLICY_STATUS* other;
@@ -210,8 +205,8 @@ TEST(PolicyFrame, MergingAnInnerStatus) {
         {false, &inner, nullptr, true, 0x800B0110u, 0x20, 2, 7, innerError + kStops},
         // With one: bits accumulate, indices are overwritten, checks go on, the inner dwError copied all the same.
         {true, &inner, &innerExtra, false, 0x800B0110u, 0x22, 2, 4,
-         innerError + "ReportError|pOtherExtraStatus->dwError = 0x00000002\n"
-                      "ReportError|pOtherExtraStatus->lChainIndex = 4, pOtherExtraStatus->lElementIndex = 5\n" + kGoesOn},
+         innerError + "ReportError|pOtherExtraStatus->dwError = 0x00000002\n" +
+             "ReportError|pOtherExtraStatus->lChainIndex = 4, pOtherExtraStatus->lElementIndex = 5\n" + kGoesOn},
         // A clean inner status changes nothing.
         {true, &clean, &cleanExtra, false, 0, 0x20, -1, 7, kGoesOn},
         {false, &clean, nullptr, false, 0, 0x20, -1, 7,
@@ -230,10 +225,49 @@ TEST(PolicyFrame, MergingAnInnerStatus) {
     for (DWORD lastError : {87u, 0x80090008u}) {
         CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, -1, -1, nullptr};
         SetLastError(lastError);
-        EXPECT_EQ(static_cast<DWORD>(hrOf([&] { ReportFatalWin32Error<UsageStatus, UsageStatus>(&s, nullptr, &inner, nullptr); })),
+        const HRESULT hr = hrOf([&] { ReportFatalWin32Error<UsageStatus, UsageStatus>(&s, nullptr, &inner, nullptr); });
+        EXPECT_EQ(static_cast<DWORD>(hr),
                   lastError == 87 ? 0x80070057u : lastError);
         EXPECT_EQ(s.dwError, 0x800B0110u);
     }
+}
+
+TEST(Trace, ContextPresentButLevelOffPrintsNothing) {
+    TSupportDbContext_* saved = chainvet_db_ctx;
+    TSupportDbContext_* quiet = support_print_init_memory("quiet", 0x7 /* everything but 8 */);
+    chainvet_db_ctx = quiet;
+    FakeCert leaf;
+    FakeChain chain({leaf.context(), leaf.context()});
+    CERT_CHAIN_POLICY_PARA para{sizeof para, 0x80000000u, nullptr};
+    CERT_CHAIN_POLICY_STATUS status{sizeof status, 0, 0, 0, nullptr};
+    EXPECT_EQ(CertDllVerifyBasicConstraintsCertificateChainPolicy(nullptr, chain.get(), &para, &status), TRUE);
+    EXPECT_EQ(status.dwError, 0x80096019u);
+    EXPECT_STREQ(support_print_memory_text(quiet), "");
+    chainvet_db_ctx = saved;
+    support_print_done(quiet);
+}
+
+TEST(Trace, TracingNeverChangesTheLastError) {
+    TraceCapture capture;
+    SetLastError(0x1234);
+    support_dprint_print_(chainvet_db_ctx, "%s\n", "", 1, "f", "x");
+    EXPECT_EQ(GetLastError(), 0x1234u);
+    EXPECT_EQ(capture.text(), "f|x\n");
+    capture.clear();
+    EXPECT_EQ(capture.text(), "");
+}
+
+TEST(Trace, InitializerClosesThePreviousContextAndClearsOnDestruction) {
+    TSupportDbContext_* ctx = nullptr;
+    {
+        DbTraceInitializer first("first", ctx);
+        ASSERT_NE(ctx, nullptr);
+        EXPECT_TRUE(support_print_is(ctx, 8));
+        // Both objects hold the same variable; the first's destructor finds it cleared.
+        DbTraceInitializer second("second", ctx);
+        EXPECT_NE(ctx, nullptr);
+    }
+    EXPECT_EQ(ctx, nullptr);
 }
 
 }  // namespace

@@ -145,7 +145,8 @@ TEST(CertIdCorpus, HashInputsAreNameEncodingAndKeyBits) {
     const CERT_INFO* ci = ca->pCertInfo;
     EXPECT_EQ(id.issuerNameHash, Quorvane::MakeHash(0, CALG_SHA1, testsupport::blobOf(bytesOf(ci->Subject)), nullptr));
     EXPECT_EQ(id.issuerKeyHash,
-              Quorvane::MakeHash(0, CALG_SHA1, testsupport::blobOf(bytesOf(ci->SubjectPublicKeyInfo.PublicKey)), nullptr));
+              Quorvane::MakeHash(0, CALG_SHA1, testsupport::blobOf(bytesOf(ci->SubjectPublicKeyInfo.PublicKey)),
+                                 nullptr));
 }
 
 TEST(CertIdCorpus, AlgorithmNames) {
