@@ -86,6 +86,15 @@ inline bool atTag(const ASN1CTXT* pctxt, ASN1OCTET octet) {
     return pctxt->bufIndex < pctxt->bufSize && (pctxt->bufData[pctxt->bufIndex] & 0xDFu) == octet;
 }
 
+// Points the context at an open type's own octets for its object's decoder (xd_setp, whose
+// result the open-type form does not look at). An empty value has nothing to read: -2, as
+// the decoder would meet the end at once; xd_setp would take the size 0 as unbounded.
+inline int pointAtValue(ASN1CTXT* pctxt, const ASN1OCTET* data, ASN1UINT numocts) {
+    if (numocts == 0) return RT_E_END_OF_BUFFER;
+    xd_setp(pctxt, data, (int)numocts, 0, 0);
+    return 0;
+}
+
 // Steps over the two zero octets that end an indefinite length; -5 when they are not there.
 int consumeEOC(ASN1CTXT* pctxt);
 

@@ -61,6 +61,8 @@ TEST(CatalogueMessages, Quirks) {
     } rows[] = {
         // CMS and signature attributes
         {"SignedAttributes", "3100", RT_E_CONSTRAINT, "an empty SignedAttributes"},
+        {"ContentInfo", "30800609" "2a864886f70d010702" "a030", RT_E_END_OF_BUFFER,
+         "a content past the end of the input reads as empty: -2, not a read beyond (fuzz finding)"},
         {"SignerIdentifier", kIssuerSerial, 0, "issuerAndSerialNumber on the whole SEQUENCE tag"},
         {"SignerIdentifier", "1000", RT_E_BAD_CHOICE, "a primitive SEQUENCE tag is no alternative"},
         {"SignerIdentifier", "800101", 0, "subjectKeyIdentifier [0]"},

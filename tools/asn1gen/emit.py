@@ -614,15 +614,15 @@ class Emitter:
         elif form == 'open':
             gate = '!pvalue->m.%sPresent' % f.name if f.optional else None
             c('if (object == 0%s) return 0;' % (' || ' + gate if gate else ''))
-            c('xd_setp(pctxt, pvalue->%s.data, (int)pvalue->%s.numocts, 0, 0);' % (f.name, f.name))
-            c('int stat = object->decodeBER%s(pctxt, pvalue->%s);' % (suffix, f.name))
+            c('int stat = asn1data::pointAtValue(pctxt, pvalue->%s.data, pvalue->%s.numocts);' % (f.name, f.name))
+            c('if (stat == 0) stat = object->decodeBER%s(pctxt, pvalue->%s);' % (suffix, f.name))
             c('if (stat < 0) return rtErrSetData(&pctxt->errInfo, stat);')
         else:
             c('if (object == 0 || pvalue->%s.count == 0) return 0;' % f.name)
             c.open('for (Asn1RTDListNode* node = pvalue->%s.head; node != 0; node = node->next) {' % f.name)
             c('Asn1TObject* value = (Asn1TObject*)node->data;')
-            c('xd_setp(pctxt, value->data, (int)value->numocts, 0, 0);')
-            c('int stat = object->decodeBER%s(pctxt, *value);' % suffix)
+            c('int stat = asn1data::pointAtValue(pctxt, value->data, value->numocts);')
+            c('if (stat == 0) stat = object->decodeBER%s(pctxt, *value);' % suffix)
             c('if (stat < 0) return rtErrSetData(&pctxt->errInfo, stat);')
             c.close()
         c('return 0;')
