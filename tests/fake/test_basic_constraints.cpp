@@ -120,8 +120,8 @@ struct DecodeCall {
     DWORD failWith;  // 0xFFFFFFFF: succeed with cA TRUE
     int calls = 0;
     DWORD encoding = 0, flags = 99, sizeIn = 0;
-    std::string type;
-    std::vector<uint8_t> bytes;
+    std::string type{};
+    std::vector<uint8_t> bytes{};
     bool zeroed = false;
 };
 

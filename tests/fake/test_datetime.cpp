@@ -52,10 +52,11 @@ TEST(DateTime, GeneralizedTimeParse) {
         {"200102030405Z", "20010203040500Z", 0}, {"20200102030405+0300", "20200102030405.03Z", 0},
     };
     for (const auto& row : rows) {
-        if (row.printed)
+        if (row.printed) {
             EXPECT_EQ(gt(CDateTime(row.text)), row.printed) << row.text;
-        else
+        } else {
             EXPECT_EQ(thrownHr([&] { CDateTime d(row.text); }), row.failure) << row.text;
+        }
     }
     EXPECT_EQ(thrownHr([] { CDateTime d(static_cast<const char*>(nullptr)); }), E_FAIL);  // read as ""
     // The parser fills only the calendar fields.
@@ -269,8 +270,9 @@ TEST(TimeSpan, TextBothWays) {
     };
     for (const auto& row : rows) {
         EXPECT_EQ(text(ticks(row.ticks)), row.text);
-        if (row.readBack)
+        if (row.readBack) {
             EXPECT_EQ(CDateTimeSpan(row.text).ticks(), row.ticks) << row.text;
+        }
     }
     EXPECT_EQ(thrownHr([] { CDateTimeSpan s("001Z"); }), HRESULT(0x8007076D));
     EXPECT_EQ(thrownHr([] { CDateTimeSpan s("0002001Z"); }), HRESULT(0x8007076D));
@@ -366,10 +368,11 @@ TEST(TimeSpan, DateAdd) {
     };
     for (const auto& row : rows) {
         const CDateTime from(row.from);
-        if (row.to)
+        if (row.to) {
             EXPECT_EQ(gt(DateAddA(row.interval, row.number, from)), row.to) << row.interval << " " << row.number;
-        else
+        } else {
             EXPECT_EQ(thrownHr([&] { DateAddA(row.interval, row.number, from); }), row.failure) << row.interval;
+        }
     }
     const CDateTime d("20210131000000Z");
     EXPECT_EQ(thrownHr([&] { DateAddA(nullptr, 1, d); }), E_INVALIDARG);

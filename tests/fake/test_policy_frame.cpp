@@ -54,7 +54,8 @@ void extraStatusBoundaries() {
     const DWORD good = sizeof(T);
     for (DWORD size : {good - 1, good + 1, DWORD(0), good}) {
         T extra{};
-        extra = T{size, 0x55, 3, 4};
+        std::tie(extra.cbSize, extra.dwError, extra.lChainIndex, extra.lElementIndex) =
+            std::make_tuple(size, 0x55u, 3, 4);
         CERT_CHAIN_POLICY_STATUS s{sizeof s, 7, 8, 9, &extra};
         TraceCapture trace;
         T* got = nullptr;
@@ -153,8 +154,9 @@ TEST(PolicyFrame, ProxyTurnsEveryExceptionIntoFalse) {
             const BOOL result = CertDllVerifyCertificateChainPolicyProxy(nullptr, nullptr, nullptr, &s, c.impl);
             EXPECT_EQ(std::make_tuple(result, GetLastError(), s.dwError),
                       std::make_tuple(c.result, c.lastError, c.dwError));
-            if (trace)
+            if (trace) {
                 EXPECT_EQ(trace->text(), "CertDllVerifyCertificateChainPolicyProxy|" + c.trace);
+            }
         }
     }
 }

@@ -195,20 +195,23 @@ TEST_F(Providers, DefaultProviderSearch) {
         if (row.failRelease)
             qvfake_prov_fail_releases(1, ERROR_ACCESS_DENIED);
         HCRYPTPROV h = 0;
-        if (row.thrown)
+        if (row.thrown) {
             EXPECT_EQ(thrownHr([&] { h = QVGetDefaultCSPThrow(row.alg); }), row.thrown);
-        else
+        } else {
             h = QVGetDefaultCSPThrow(row.alg);
+        }
         EXPECT_EQ(h ? provName(h) : "", row.provider ? row.provider : "");
         EXPECT_EQ(qvfake_prov_calls_of("QVCAPI_I_CryptGetDefaultCryptProv"), row.alg ? 1u : 0u);
         EXPECT_EQ(qvfake_prov_enum_calls(QVFAKE_ENUM_TYPES), row.typeCalls);
         EXPECT_EQ(qvfake_prov_enum_calls(QVFAKE_ENUM_PROVIDERS), row.providerCalls);
-        if (row.alg == 0)
+        if (row.alg == 0) {
             EXPECT_EQ(qvfake_prov_calls(), 0u);
+        }
         // The caller owns the one reference there is.
         EXPECT_EQ(qvfake_prov_context_refs(), h ? 1u : 0u);
-        if (h)
+        if (h) {
             EXPECT_TRUE(CryptReleaseContext(h, 0));
+        }
         EXPECT_EQ(qvfake_prov_context_refs(), 0u);
     }
 }
@@ -264,8 +267,9 @@ TEST_F(Providers, MakeHashSteps) {
             EXPECT_EQ(thrownHr([&] { MakeHash(0, row.alg, abc(), &hHash); }), row.thrown);
             EXPECT_EQ(hHash, 0u);
         }
-        if (row.alg == 0)
+        if (row.alg == 0) {
             EXPECT_EQ(qvfake_prov_calls(), 0u);
+        }
         EXPECT_EQ(qvfake_prov_live_hashes(), 0u);
         EXPECT_EQ(qvfake_prov_context_refs(), 0u);
     }

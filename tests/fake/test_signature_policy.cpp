@@ -205,13 +205,15 @@ TEST_F(Policies, OutcomeTables) {
             std::unique_ptr<TraceCapture> trace(withExtra ? new TraceCapture : nullptr);  // half the runs untraced
             EXPECT_EQ(run(row.policy, row.withPara ? &para : nullptr, withExtra),
                       expected(withExtra, row.lastError, row.dwError, row.extraBits, row.pkupError, row.pkupBits));
-            if (trace)
+            if (trace) {
                 EXPECT_NE(trace->text().find(*row.trace ? std::string("SignatureImpl|") + row.trace : ""),
                           std::string::npos) << trace->text();
+            }
             const bool signature = row.policy == kSignature;
             const bool stopped = row.pkupLastError || (!withExtra && row.pkupError);
-            if (signature)
+            if (signature) {
                 EXPECT_EQ(qvfake_decode_calls(), row.keyUsage && !stopped ? 1u : 0u);
+            }
             EXPECT_EQ(heap.allocations + heap.reallocations, 0);
             EXPECT_EQ(std::make_tuple(pkup.calls, pkup.oid, pkup.para.cbSize, pkup.para.dwFlags, pkup.statusCbSize),
                       std::make_tuple(1, std::string(QVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD), DWORD(sizeof para),
@@ -348,8 +350,9 @@ TEST_F(Policies, KeyUsageDecoderFailures) {
             EXPECT_EQ(run(kSignature, &para, false), expected(false, row.lastError, row.dwError, 0, 0, 0));
             EXPECT_EQ(std::make_tuple(d.calls, d.secondSize, heap.allocations + heap.reallocations, int(heap.frees)),
                       std::make_tuple(row.calls, row.calls == 2 ? 100u : 0u, row.allocations, row.allocations));
-            if (trace)
+            if (trace) {
                 EXPECT_NE(trace->text().find(row.trace), std::string::npos) << trace->text();
+            }
         }
     }
 }
