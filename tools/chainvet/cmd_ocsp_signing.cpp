@@ -4,6 +4,8 @@
 #include "command.h"
 #include "common.h"
 
+#include "asn1data/catalogue.h"
+#include "pki/algorithm.h"
 #include "policies/chain_policies.h"
 
 #include <cstdio>
@@ -16,7 +18,8 @@ namespace {
 
 const char* kHelp =
     "usage: chainvet check ocsp-signing [--extra] [--flags HEX] [--certid CERT ISSUER [--alg OID]...]...\n"
-    "                                   RESPONDER [CHAIN...]\n\n"
+    "                                   RESPONDER [CHAIN...]\n"
+    "       chainvet check ocsp-signing [--flags HEX] --response RESP [CHAIN...]\n\n"
     "May RESPONDER sign OCSP responses, and may it answer for each CertID? It must pass the\n"
     "signature policy; a CA answers for the certificates it issued, an end entity needs\n"
     "id-kp-OCSPSigning (1.3.6.1.5.5.7.3.9) and answers for its own issuer's certificates, and\n"
@@ -29,6 +32,9 @@ const char* kHelp =
     "  --extra               hand over the extra status: every failure at once, each CertID's\n"
     "                        verdict and the id-pkix-ocsp-nocheck report\n"
     "  --flags HEX           dwFlags, below 10000, handed on to the signature policy (default 0)\n"
+    "  --response RESP       an OCSP response (DER or PEM), read with the type catalogue: the\n"
+    "                        responder is the first certificate it carries (else the first of\n"
+    "                        CHAIN), the CertIDs are those it answers for; implies --extra\n"
     "  --trace               the library's trace on stderr (before the command)\n\n"
     "Exit status: 0 pass, 1 the responder failed, 2 the policy could not run, 64 bad usage.\n";
 
@@ -49,6 +55,7 @@ struct Record {
     CertId id;
     bool sameAsResponder = false;
 };
+
 
 const char* algName(const std::string& oid) {
     if (oid == "1.3.14.3.2.26") return "SHA-1";
@@ -71,13 +78,116 @@ bool sameCertificate(PCCERT_CONTEXT a, PCCERT_CONTEXT b) {
     return a->cbCertEncoded == b->cbCertEncoded && std::memcmp(a->pbCertEncoded, b->pbCertEncoded, a->cbCertEncoded) == 0;
 }
 
+// What an OCSP response brings: its CertIDs and the certificates it carries.
+struct ResponseContent {
+    std::vector<Record> records;
+    std::vector<std::vector<unsigned char>> certs;
+    std::string error;
+};
+
+std::vector<unsigned char> slurp(const std::string& path) {
+    Quorvane::CBlob blob;
+    blob.readFromFile(path.c_str());
+    std::vector<unsigned char> bytes(blob.pbData(), blob.pbData() + blob.cbData());
+    // PEM: the base64 between the first BEGIN and END lines.
+    const std::string text(bytes.begin(), bytes.end());
+    const size_t begin = text.find("-----BEGIN ");
+    const size_t body = begin == std::string::npos ? begin : text.find('\n', begin);
+    const size_t end = text.find("-----END ");
+    if (body == std::string::npos || end == std::string::npos) return bytes;
+    static const std::string kAlphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+    std::vector<unsigned char> der;
+    unsigned acc = 0;
+    int bits = 0;
+    for (size_t i = body; i < end; ++i) {
+        const size_t v = kAlphabet.find(text[i]);
+        if (v == std::string::npos) continue;
+        acc = (acc << 6) | (unsigned)v;
+        bits += 6;
+        if (bits >= 8) {
+            bits -= 8;
+            der.push_back((unsigned char)(acc >> bits));
+        }
+    }
+    return der;
+}
+
+std::string oidText(const ASN1OBJID& oid) {
+    std::string s;
+    for (ASN1UINT i = 0; i < oid.numids; ++i) s += (i ? "." : "") + std::to_string(oid.subid[i]);
+    return s;
+}
+
+// The response's CertIDs (the ReqCert alternative that is one), each with the serial in
+// the byte order of CBigInteger, and the DER of the certificates of its basic response.
+ResponseContent readResponse(const std::vector<unsigned char>& der) {
+    using namespace asn1data;
+    ResponseContent out;
+    ASN1CTXT ctxt;
+    if (rtInitContext(&ctxt, nullptr) != 0) {
+        out.error = "no memory";
+        return out;
+    }
+    ASN1T_OCSPResponse resp;
+    int stat = xd_setp(&ctxt, der.data(), (int)der.size(), nullptr, nullptr);
+    if (stat == 0) stat = asn1D_OCSPResponse(&ctxt, &resp, ASN1EXPL, 0);
+    const ASN1T_BasicOCSPResponse* basic =
+        stat == 0 && resp.m.responseBytesPresent ? (const ASN1T_BasicOCSPResponse*)resp.responseBytes.responseObj.decoded
+                                                 : nullptr;
+    if (stat != 0)
+        out.error = "the response does not decode, status " + std::to_string(stat);
+    else if (basic == nullptr)
+        out.error = "no basic response (status " + std::to_string(resp.responseStatus) + ")";
+    if (!out.error.empty()) {
+        rtFreeContext(&ctxt);
+        return out;
+    }
+    ASN1CTXT enc;
+    rtInitContext(&enc, nullptr);
+    if (basic->m.certsPresent) {
+        for (Asn1RTDListNode* n = basic->certs.head; n; n = n->next) {
+            int len = xe_setp(&enc, nullptr, 0);
+            if (len == 0) len = asn1E_Certificate(&enc, (ASN1T_Certificate*)n->data, ASN1EXPL);
+            if (len > 0) out.certs.emplace_back(xe_getp(&enc), xe_getp(&enc) + len);
+        }
+    }
+    int i = 0;
+    for (Asn1RTDListNode* n = basic->tbsResponseData.responses.head; n; n = n->next, ++i) {
+        const ASN1T_SingleResponse& single = *(const ASN1T_SingleResponse*)n->data;
+        if (single.certID.t != 1) continue;  // a whole certificate or a signed identifier: no CertID to check
+        const ASN1T_CertID& id = *single.certID.u.certID;
+        Record r;
+        r.oid = oidText(id.hashAlgorithm.algorithm);
+        r.label = "response CertID " + std::to_string(i) + ", " + algName(r.oid);
+        r.id.issuerNameHash = Quorvane::CBlob(id.issuerNameHash.data, id.issuerNameHash.numocts);
+        r.id.issuerKeyHash = Quorvane::CBlob(id.issuerKeyHash.data, id.issuerKeyHash.numocts);
+        int len = xe_setp(&enc, nullptr, 0);
+        if (len == 0) len = xe_bigint(&enc, id.serialNumber, ASN1EXPL);
+        if (len > 0) {
+            Quorvane::ASN1::CBigInteger serial;
+            serial.decode(Quorvane::CBlob(xe_getp(&enc), (unsigned long)len));
+            r.id.serial.assign(serial.pbData(), serial.pbData() + serial.cbData());
+        }
+        out.records.push_back(r);
+    }
+    rtFreeContext(&enc);
+    rtFreeContext(&ctxt);
+    return out;
+}
+
 int run(const std::vector<std::string>& args) {
     bool extra = false;
     DWORD flags = 0;
     std::vector<Asked> asked;
     std::vector<std::string> files;
+    std::string response;
     for (size_t i = 0; i < args.size(); ++i) {
         if (args[i] == "--extra") {
+            extra = true;
+        } else if (args[i] == "--response") {
+            if (i + 1 >= args.size())
+                return usage(kCommand, "--response needs a file");
+            response = args[++i];
             extra = true;
         } else if (args[i] == "--flags") {
             if (i + 1 >= args.size() || !parseHex32(args[i + 1], flags))
@@ -103,16 +213,51 @@ int run(const std::vector<std::string>& args) {
             files.push_back(args[i]);
         }
     }
-    if (files.empty())
+    if (!response.empty() && !asked.empty())
+        return usage(kCommand, "--response brings its own CertIDs; no --certid beside it");
+    ResponseContent content;
+    std::vector<std::vector<unsigned char>> ders;
+    if (!response.empty()) {
+        try {
+            content = readResponse(slurp(response));
+        } catch (const ATL::CAtlException& e) {
+            std::fprintf(stderr, "chainvet check ocsp-signing: cannot read %s: %s\n", response.c_str(),
+                         describeError(static_cast<DWORD>(e.m_hr)).c_str());
+            return kCouldNotRun;
+        }
+        if (!content.error.empty()) {
+            std::fprintf(stderr, "chainvet check ocsp-signing: %s: %s\n", response.c_str(), content.error.c_str());
+            return kCouldNotRun;
+        }
+        // The responder and the certificates the response carries come first.
+        ders = content.certs;
+        for (const std::string& f : files) {
+            try {
+                ders.push_back(slurp(f));
+            } catch (const ATL::CAtlException&) {
+                std::fprintf(stderr, "chainvet check ocsp-signing: cannot read %s\n", f.c_str());
+                return kCouldNotRun;
+            }
+        }
+    } else if (files.empty()) {
         return usage(kCommand, "no responder certificate given");
+    }
+    if (!response.empty() && ders.empty())
+        return usage(kCommand, "the response carries no certificate: name the responder after it");
 
     CertList certs;
-    if (!certs.load(files))
+    if (!(response.empty() ? certs.load(files) : certs.loadMemory(ders)))
         return kCouldNotRun;
     Chain chain(certs);
 
-    // The CertIDs, hashed as `chainvet certid` hashes them.
-    std::vector<Record> records;
+    // The CertIDs, hashed as `chainvet certid` hashes them, or as the response holds them.
+    std::vector<Record> records = content.records;
+    if (!response.empty()) {
+        const CRYPT_INTEGER_BLOB& sn = certs.certs()[0]->pCertInfo->SerialNumber;
+        const std::vector<unsigned char> responderSerial(std::reverse_iterator<const BYTE*>(sn.pbData + sn.cbData),
+                                                         std::reverse_iterator<const BYTE*>(sn.pbData));
+        for (Record& r : records) r.sameAsResponder = r.id.serial == responderSerial;
+    }
     for (const Asked& a : asked) {
         CertList pair;
         if (!pair.load({a.cert, a.issuer}))
@@ -152,7 +297,7 @@ int run(const std::vector<std::string>& args) {
     CERT_CHAIN_POLICY_STATUS status{sizeof status, 0, 0, 0, extra ? &extraStatus : nullptr};
 
     std::printf("policy:   ocsp-signing, dwFlags 0x%08X, %zu certificate(s), %zu CertID(s)%s\n",
-                static_cast<unsigned>(flags), files.size(), ids.size(), extra ? ", extra records" : "");
+                static_cast<unsigned>(flags), certs.certs().size(), ids.size(), extra ? ", extra records" : "");
     SetLastError(0);
     const BOOL ok = CertDllVerifyOCSPSigningCertificateChainPolicy(nullptr, chain.get(), &para, &status);
     const DWORD lastError = GetLastError();
