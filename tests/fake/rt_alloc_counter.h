@@ -1,133 +1,150 @@
-// A counting allocator for the runtime's allocator globals (g_malloc_func, g_free_func):
-// records every request, can be told to fail, fills fresh memory with 0xCC, and tells how
-// many blocks are still live. Installed for the lifetime of the object.
+// Helpers of the runtime's tests: a counting allocator for the allocator globals (records each request and its
+// argument, fails on demand, fills fresh memory with 0xCC, knows the live blocks); a walk of a heap's blocks; a
+// context over that allocator; a stream transport recording what it is given; the status of a thrown exception.
 #pragma once
 
 #include "asn1rt/context.h"
+#include "asn1rt/stream.h"
 
 #include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <cstring>
 #include <set>
+#include <string>
+#include <tuple>
 #include <vector>
 
 namespace rttest {
 
+using std::make_tuple;
+using std::tie;
+
 class CountingAllocator {
 public:
-    CountingAllocator()
+    CountingAllocator() : m_malloc(g_malloc_func), m_realloc(g_realloc_func), m_free(g_free_func)
     {
         s_current = this;
-        m_savedMalloc = g_malloc_func;
-        m_savedRealloc = g_realloc_func;
-        m_savedFree = g_free_func;
-        g_malloc_func = &CountingAllocator::doMalloc;
-        g_realloc_func = &CountingAllocator::doRealloc;
-        g_free_func = &CountingAllocator::doFree;
+        g_malloc_func = &doMalloc, g_realloc_func = &doRealloc, g_free_func = &doFree;
     }
     ~CountingAllocator()
     {
-        g_malloc_func = m_savedMalloc;
-        g_realloc_func = m_savedRealloc;
-        g_free_func = m_savedFree;
-        // Blocks a test leaked on purpose are not left to LeakSanitizer's report.
-        for (void* p : m_live)
+        g_malloc_func = m_malloc, g_realloc_func = m_realloc, g_free_func = m_free;
+        for (void* p : m_live)  // blocks a test leaked on purpose
             std::free(p);
         s_current = nullptr;
     }
-    CountingAllocator(const CountingAllocator&) = delete;
-    CountingAllocator& operator=(const CountingAllocator&) = delete;
-
     size_t live() const { return m_live.size(); }
     bool isLive(const void* p) const { return m_live.count(const_cast<void*>(p)) != 0; }
-    size_t mallocCalls() const { return m_requests.size(); }
-    size_t freeCalls() const { return m_frees; }
-    size_t reallocCalls() const { return m_reallocs; }
-    const std::vector<size_t>& requests() const { return m_requests; }
-    const std::vector<void*>& contexts() const { return m_contexts; }
-    const std::vector<void*>& freeContexts() const { return m_freeContexts; }
-    void* lastBlock() const { return m_lastBlock; }
+    size_t mallocCalls() const { return requests.size(); }
+    void failNext(size_t n = 1, size_t skip = 0) { m_failCount = n, m_failSkip = skip; }  // after `skip` successes
 
-    // The next `n` requests fail (after `skip` that succeed).
-    void failNext(size_t n = 1, size_t skip = 0)
-    {
-        m_failCount = n;
-        m_failSkip = skip;
-    }
-    // Requests above this size fail without allocating.
-    void setLimit(size_t limit) { m_limit = limit; }
-    // Frees that name no live block are counted here instead of reaching free().
-    size_t badFrees() const { return m_badFrees; }
+    std::vector<size_t> requests;     // sizes asked for
+    std::vector<void*> contexts;      // allocator arguments of the requests
+    std::vector<void*> freeContexts;  // allocator arguments of the frees
+    size_t frees = 0, reallocs = 0;
+    size_t badFrees = 0;              // frees naming no live block (kept from free())
+    size_t limit = size_t(64) << 20;  // requests above it fail without allocating
 
 private:
     static void* doMalloc(void* memContext, size_t size)
     {
         CountingAllocator* self = s_current;
-        self->m_requests.push_back(size);
-        self->m_contexts.push_back(memContext);
-        if (self->m_failSkip > 0) {
-            self->m_failSkip--;
-        } else if (self->m_failCount > 0) {
-            self->m_failCount--;
-            return nullptr;
-        }
-        if (size > self->m_limit)
-            return nullptr;
-        void* p = std::malloc(size == 0 ? 1 : size);
-        if (p == nullptr)
-            return nullptr;
-        std::memset(p, 0xCC, size);
-        self->m_live.insert(p);
-        self->m_lastBlock = p;
+        self->requests.push_back(size), self->contexts.push_back(memContext);
+        const bool fail = self->m_failSkip > 0 ? (self->m_failSkip--, false) : self->m_failCount > 0 && self->m_failCount--;
+        void* p = fail || size > self->limit ? nullptr : std::malloc(size == 0 ? 1 : size);
+        if (p != nullptr)
+            std::memset(p, 0xCC, size), self->m_live.insert(p);
         return p;
     }
-    static void* doRealloc(void* memContext, void* ptr, size_t size)
-    {
-        s_current->m_reallocs++;
-        (void)memContext;
-        (void)ptr;
-        (void)size;
-        return nullptr;
-    }
+    static void* doRealloc(void*, void*, size_t) { return s_current->reallocs++, nullptr; }
     static void doFree(void* memContext, void* ptr)
     {
         CountingAllocator* self = s_current;
-        self->m_frees++;
-        self->m_freeContexts.push_back(memContext);
-        if (ptr == nullptr)
-            return;
-        auto it = self->m_live.find(ptr);
-        if (it == self->m_live.end()) {
-            self->m_badFrees++;
-            return;
-        }
-        self->m_live.erase(it);
-        std::free(ptr);
+        self->frees++, self->freeContexts.push_back(memContext);
+        if (ptr != nullptr)
+            self->m_live.erase(ptr) == 0 ? (void)self->badFrees++ : std::free(ptr);
     }
 
     static inline CountingAllocator* s_current = nullptr;
-    rtMallocFunc m_savedMalloc;
-    rtReallocFunc m_savedRealloc;
-    rtFreeFunc m_savedFree;
+    rtMallocFunc m_malloc;
+    rtReallocFunc m_realloc;
+    rtFreeFunc m_free;
     std::set<void*> m_live;
-    std::vector<size_t> m_requests;
-    std::vector<void*> m_contexts;
-    std::vector<void*> m_freeContexts;
-    void* m_lastBlock = nullptr;
-    size_t m_frees = 0;
-    size_t m_reallocs = 0;
-    size_t m_badFrees = 0;
-    size_t m_failCount = 0;
-    size_t m_failSkip = 0;
-    size_t m_limit = static_cast<size_t>(64) * 1024 * 1024;
+    size_t m_failCount = 0, m_failSkip = 0;
 };
 
 inline RtMemHeap* heapOf(void* handle) { return static_cast<RtMemHeap*>(handle); }
+inline RtMemBlock* blockOf(void* payload) { return reinterpret_cast<RtMemBlock*>(static_cast<char*>(payload) - 48); }
 
-inline RtMemBlock* blockOf(void* payload)
+using Ptrs = std::vector<void*>;
+using Ints = std::vector<int>;  // braced lists run their calls left to right: Ints{f(), g()}
+
+// The payloads of a heap's blocks from the head on, the back links checked on the way.
+inline Ptrs blocks(void* handle)
 {
-    return reinterpret_cast<RtMemBlock*>(static_cast<unsigned char*>(payload) - RT_MEMBLOCK_HEADER_SIZE);
+    Ptrs out;
+    const RtMemBlock* prev = nullptr;
+    for (RtMemBlock* b = heapOf(handle)->head; b != nullptr; prev = b, b = b->next) {
+        EXPECT_EQ(b->prev, prev);
+        out.push_back(reinterpret_cast<char*>(b) + 48);
+    }
+    return out;
+}
+
+// A context over the counting allocator; at the end nothing may be live, and no free may name an unknown block.
+class CountedContext : public testing::Test {
+protected:
+    void SetUp() override { ASSERT_EQ(rtInitContext(&ctxt, nullptr), 0); }
+    void TearDown() override
+    {
+        rtFreeContext(&ctxt);
+        EXPECT_EQ(std::make_tuple(alloc.live(), alloc.badFrees), std::make_tuple(size_t(0), size_t(0)));
+    }
+    static const ASN1OCTET* bytes(const char* s) { return reinterpret_cast<const ASN1OCTET*>(s); }
+    CountingAllocator alloc;
+    ASN1CTXT ctxt;
+};
+
+// Writes collect in `written`, reads come from `source`; each function counts its calls and returns its result
+// field (a read its count while that field is 0).
+struct FakeTransport {
+    std::string written, source;
+    int writes = 0, flushes = 0, closes = 0;
+    int writeResult = 0, flushResult = 0, closeResult = 0, readResult = 0;
+
+    FakeTransport() { s_current = this; }
+    ~FakeTransport() { s_current = nullptr; }
+    void clear() { written = source = "", writes = flushes = closes = writeResult = flushResult = closeResult = readResult = 0; }
+    // Points the record's four functions here and adds the flags.
+    static void wire(Asn1RTStream* s, ASN1USINT flags)
+    {
+        s->read = &read, s->write = &write, s->flush = &flush, s->close = &close;
+        s->flags = static_cast<ASN1USINT>(s->flags | flags);
+    }
+    static int write(Asn1RTStream*, const ASN1OCTET* data, ASN1UINT count)
+    {
+        if (s_current->writes++, s_current->writeResult >= 0)
+            s_current->written.append(reinterpret_cast<const char*>(data), count);
+        return s_current->writeResult;
+    }
+    static int read(Asn1RTStream*, ASN1OCTET* dest, ASN1UINT count)
+    {
+        const std::string part = s_current->source.substr(0, count);
+        std::memcpy(dest, part.data(), part.size()), s_current->source.erase(0, part.size());
+        return s_current->readResult != 0 ? s_current->readResult : static_cast<int>(part.size());
+    }
+    static int flush(Asn1RTStream*) { return s_current->flushes++, s_current->flushResult; }
+    static int close(Asn1RTStream*) { return s_current->closes++, s_current->closeResult; }
+    static inline FakeTransport* s_current = nullptr;
+};
+
+// The status of the exception of type E that the call throws, or 0 when it throws none.
+template <class E, class F>
+int thrown(F call)
+{
+    try { call(); } catch (const E& e) { return e.getStatus(); }
+    return 0;
 }
 
 }  // namespace rttest

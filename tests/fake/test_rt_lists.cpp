@@ -1,669 +1,265 @@
 // Lists, memory buffers, bit functions and forward-writing buffer functions.
-#include "asn1rt/context.h"
 #include "asn1rt/lists.h"
 #include "rt_alloc_counter.h"
 
-#include <gtest/gtest.h>
-
-#include <cstring>
-#include <vector>
-
-using rttest::blockOf;
-using rttest::CountingAllocator;
-using rttest::heapOf;
+using namespace rttest;
 
 namespace {
 
-// The layout of ASN1OpenType (asn1rt/charstr.h).
-struct OpenType {
-    ASN1UINT numocts;
-    const ASN1OCTET* data;
-};
+struct OpenType { ASN1UINT numocts; const ASN1OCTET* data; };  // the layout of ASN1OpenType (asn1rt/charstr.h)
 
-class RtLists : public testing::Test {
+class RtLists : public CountedContext {
 protected:
-    void SetUp() override { ASSERT_EQ(rtInitContext(&ctxt, nullptr), 0); }
-    void TearDown() override
+    // Data of the list, in order, checked against the back links and the count too.
+    Ptrs items()
     {
-        rtFreeContext(&ctxt);
-        EXPECT_EQ(alloc.live(), 0u);
-        EXPECT_EQ(alloc.badFrees(), 0u);
-    }
-    // Data of the list, in order, checked against the back links too.
-    std::vector<void*> items(const Asn1RTDList& list)
-    {
-        std::vector<void*> out;
+        Ptrs out;
         const Asn1RTDListNode* prev = nullptr;
-        for (const Asn1RTDListNode* n = list.head; n != nullptr; n = n->next) {
+        for (const Asn1RTDListNode* n = list.head; n != nullptr; prev = n, n = n->next) {
             EXPECT_EQ(n->prev, prev);
             out.push_back(n->data);
-            prev = n;
         }
-        EXPECT_EQ(list.tail, prev);
-        EXPECT_EQ(out.size(), list.count);
+        EXPECT_EQ(tie(list.tail, list.count), make_tuple(prev, ASN1UINT(out.size())));
         return out;
     }
-
-    CountingAllocator alloc;
-    ASN1CTXT ctxt;
+    // A zeroed block of a node and an open-type value, as xd_OpenTypeAppend builds them; linked without allocating.
+    OpenType* appendOpenType()
+    {
+        auto* block = static_cast<unsigned char*>(
+            rtMemHeapAllocZ(&ctxt.typeHeap, static_cast<int>(sizeof(Asn1RTDListNode) + sizeof(OpenType))));
+        const size_t calls = alloc.mallocCalls();
+        auto* value = reinterpret_cast<OpenType*>(block + sizeof(Asn1RTDListNode));
+        EXPECT_EQ(static_cast<void*>(rtDListAppendNode(&ctxt, &list, value)), block);
+        EXPECT_EQ(make_tuple(alloc.mallocCalls(), list.tail->data), make_tuple(calls, static_cast<void*>(value)));
+        return value;
+    }
+    Asn1RTDList list{0, nullptr, nullptr};
     int v[8] = {0, 1, 2, 3, 4, 5, 6, 7};
 };
 
-TEST_F(RtLists, InitToleratesNull)
+TEST_F(RtLists, DoublyLinkedListsAndArrays)
 {
     rtDListInit(nullptr);
-    rtSListInitEx(&ctxt, nullptr);
-    rtSListFree(nullptr);
-    Asn1RTDList list;
-    std::memset(&list, 0x5A, sizeof list);
-    rtDListInit(&list);
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_EQ(list.tail, nullptr);
-}
-
-TEST_F(RtLists, AppendLinksAtTheTail)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    Asn1RTDListNode* n0 = rtDListAppend(&ctxt, &list, &v[0]);
-    ASSERT_NE(n0, nullptr);
-    EXPECT_EQ(blockOf(n0)->size, sizeof(Asn1RTDListNode));  // from the type heap
-    rtDListAppend(&ctxt, &list, &v[1]);
-    rtDListAppend(&ctxt, &list, &v[2]);
-    EXPECT_EQ(items(list), (std::vector<void*>{&v[0], &v[1], &v[2]}));
-    alloc.failNext();
-    EXPECT_EQ(rtDListAppend(&ctxt, &list, &v[3]), nullptr);
-    EXPECT_EQ(list.count, 3u);
+    // Above the count: none; into the empty list, at the head, at the count (appends), in the middle.
+    const Ptrs made{rtDListInsert(&ctxt, &list, 1, &v[0]), rtDListInsert(&ctxt, &list, 0, &v[2]),
+                    rtDListInsert(&ctxt, &list, 0, &v[0]), rtDListInsert(&ctxt, &list, 2, &v[4]),
+                    rtDListInsert(&ctxt, &list, 1, &v[1]), rtDListInsert(&ctxt, &list, 3, &v[3]),
+                    rtDListInsert(&ctxt, &list, 6, &v[5])};
+    auto* n0 = static_cast<Asn1RTDListNode*>(made[2]);
+    auto* n4 = static_cast<Asn1RTDListNode*>(made[3]);
+    EXPECT_EQ(make_tuple(made[0], made[6], items()), make_tuple(nullptr, nullptr, Ptrs{&v[0], &v[1], &v[2], &v[3], &v[4]}));
+    // Before null appends; before the head, before an inner node.
+    rtDListInsertBefore(&ctxt, &list, nullptr, &v[5]), rtDListInsertBefore(&ctxt, &list, n0, &v[6]);
+    rtDListInsertBefore(&ctxt, &list, n4, &v[7]);
+    EXPECT_EQ(items(), (Ptrs{&v[6], &v[0], &v[1], &v[2], &v[3], &v[7], &v[4], &v[5]}));
     rtDListFreeNodes(&ctxt, &list);
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.head, nullptr);
-}
-
-TEST_F(RtLists, InsertByIndex)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    EXPECT_EQ(rtDListInsert(&ctxt, &list, 1, &v[0]), nullptr);  // above the count
-    ASSERT_NE(rtDListInsert(&ctxt, &list, 0, &v[2]), nullptr);  // empty list
-    ASSERT_NE(rtDListInsert(&ctxt, &list, 0, &v[0]), nullptr);  // head
-    ASSERT_NE(rtDListInsert(&ctxt, &list, 2, &v[4]), nullptr);  // count: append
-    ASSERT_NE(rtDListInsert(&ctxt, &list, 1, &v[1]), nullptr);  // middle
-    ASSERT_NE(rtDListInsert(&ctxt, &list, 3, &v[3]), nullptr);  // middle, before the tail
-    EXPECT_EQ(rtDListInsert(&ctxt, &list, 6, &v[5]), nullptr);
-    EXPECT_EQ(items(list), (std::vector<void*>{&v[0], &v[1], &v[2], &v[3], &v[4]}));
-    rtDListFreeNodes(&ctxt, &list);
-}
-
-TEST_F(RtLists, InsertBeforeAndAfter)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    Asn1RTDListNode* n2 = rtDListInsertBefore(&ctxt, &list, nullptr, &v[2]);  // null: append
-    Asn1RTDListNode* n4 = rtDListInsertBefore(&ctxt, &list, nullptr, &v[4]);
-    rtDListInsertBefore(&ctxt, &list, n2, &v[0]);  // before the head
-    rtDListInsertBefore(&ctxt, &list, n4, &v[3]);  // before an inner node
-    EXPECT_EQ(items(list), (std::vector<void*>{&v[0], &v[2], &v[3], &v[4]}));
-    rtDListInsertAfter(&ctxt, &list, nullptr, &v[7]);  // null: at the head
-    rtDListInsertAfter(&ctxt, &list, n4, &v[5]);       // after the tail: append
-    rtDListInsertAfter(&ctxt, &list, n2, &v[6]);       // after an inner node
-    EXPECT_EQ(items(list), (std::vector<void*>{&v[7], &v[0], &v[2], &v[6], &v[3], &v[4], &v[5]}));
-    alloc.failNext();
-    EXPECT_EQ(rtDListInsertAfter(&ctxt, &list, n2, &v[1]), nullptr);
-    alloc.failNext();
-    EXPECT_EQ(rtDListInsertBefore(&ctxt, &list, n2, &v[1]), nullptr);
-    EXPECT_EQ(list.count, 7u);
-    rtDListFreeNodes(&ctxt, &list);
-}
-
-TEST_F(RtLists, FindByIndex)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    EXPECT_EQ(rtDListFindByIndex(&list, 0), nullptr);
-    EXPECT_EQ(rtDListFindByIndex(&list, -1), nullptr);  // -1 >= 0 is false, but no head
-    for (int i = 0; i < 4; i++)
-        rtDListAppend(&ctxt, &list, &v[i]);
-    EXPECT_EQ(rtDListFindByIndex(&list, -1), list.head);  // under 1: the head
-    EXPECT_EQ(rtDListFindByIndex(&list, -100), list.head);
-    EXPECT_EQ(rtDListFindByIndex(&list, 0)->data, &v[0]);
-    EXPECT_EQ(rtDListFindByIndex(&list, 2)->data, &v[2]);
-    EXPECT_EQ(rtDListFindByIndex(&list, 3), list.tail);
-    EXPECT_EQ(rtDListFindByIndex(&list, 4), nullptr);
-    EXPECT_EQ(rtDListFindByIndex(&list, 1000), nullptr);
-    rtDListFreeNodes(&ctxt, &list);
-}
-
-TEST_F(RtLists, FindByDataComparesPointers)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    int same = 2;  // equal value, different address
-    for (int i = 0; i < 4; i++)
-        rtDListAppend(&ctxt, &list, &v[i]);
-    rtDListAppend(&ctxt, &list, &v[2]);
-    EXPECT_EQ(rtDListFindByData(&list, &v[2]), list.head->next->next);
-    EXPECT_EQ(rtDListFindByData(&list, &same), nullptr);
-    EXPECT_EQ(rtDListFindIndexByData(&list, &v[2]), 2);
-    EXPECT_EQ(rtDListFindIndexByData(&list, &v[0]), 0);
-    EXPECT_EQ(rtDListFindIndexByData(&list, &same), -1);
-    EXPECT_EQ(rtDListFindIndexByData(&list, nullptr), -1);
-    rtDListFreeNodes(&ctxt, &list);
-}
-
-TEST_F(RtLists, RemoveUnlinksWithoutFreeing)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    Asn1RTDListNode* n[4];
-    for (int i = 0; i < 4; i++)
-        n[i] = rtDListAppend(&ctxt, &list, &v[i]);
-    const size_t liveBefore = alloc.live();
-    rtDListRemove(&list, n[1]);  // inner
-    EXPECT_EQ(items(list), (std::vector<void*>{&v[0], &v[2], &v[3]}));
-    rtDListRemove(&list, n[0]);  // head
-    EXPECT_EQ(items(list), (std::vector<void*>{&v[2], &v[3]}));
-    rtDListRemove(&list, n[3]);  // tail
-    EXPECT_EQ(items(list), (std::vector<void*>{&v[2]}));
-    rtDListRemove(&list, n[2]);  // the last one
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_EQ(list.tail, nullptr);
-    EXPECT_EQ(alloc.live(), liveBefore);
-    for (auto* node : n)
-        rtMemHeapFreePtr(&ctxt.typeHeap, node);
-}
-
-TEST_F(RtLists, FreeNodesLeavesTheData)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    void* data = rtMemHeapAlloc(&ctxt.typeHeap, 10);
-    rtDListAppend(&ctxt, &list, data);
-    rtDListAppend(&ctxt, &list, data);
-    const size_t frees = alloc.freeCalls();
-    rtDListFreeNodes(&ctxt, &list);
-    EXPECT_EQ(alloc.freeCalls(), frees + 2);
-    EXPECT_TRUE(alloc.isLive(blockOf(data)));
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_EQ(list.tail, nullptr);
-}
-
-TEST_F(RtLists, FreeAllFreesTheDataToo)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
+    n0 = rtDListAppend(&ctxt, &list, &v[0]);
+    // After null links at the head; after the tail appends; after an inner node.
+    rtDListInsertAfter(&ctxt, &list, nullptr, &v[1]), rtDListInsertAfter(&ctxt, &list, n0, &v[2]);
+    rtDListInsertAfter(&ctxt, &list, n0, &v[3]);
+    alloc.failNext(4);  // a refused node changes nothing
+    EXPECT_EQ(make_tuple(rtDListAppend(&ctxt, &list, &v[5]), rtDListInsert(&ctxt, &list, 1, &v[5]),
+                         rtDListInsertBefore(&ctxt, &list, n0, &v[5]), rtDListInsertAfter(&ctxt, &list, n0, &v[5])),
+              make_tuple(nullptr, nullptr, nullptr, nullptr));
+    EXPECT_EQ(items(), (Ptrs{&v[1], &v[0], &v[3], &v[2]}));
+    rtDListFreeNodes(&ctxt, &list);  // finding and removing, on a new list
+    std::vector<Asn1RTDListNode*> nodes;
+    for (int i : {0, 1, 2, 3, 2})
+        nodes.push_back(rtDListAppend(&ctxt, &list, &v[i]));
+    EXPECT_EQ(make_tuple(rtDListFindByIndex(&list, -1), rtDListFindByIndex(&list, 0), rtDListFindByIndex(&list, 2),
+                         rtDListFindByIndex(&list, 4), rtDListFindByIndex(&list, 5)),
+              make_tuple(nodes[0], nodes[0], nodes[2], nodes[4], nullptr));  // under 1: the head; at the count: none
+    int same = 2;  // data pointers are compared, not what they point at; the first match counts
+    EXPECT_EQ(make_tuple(rtDListFindByData(&list, &v[2]), rtDListFindByData(&list, &same),
+                         rtDListFindIndexByData(&list, &v[2]), rtDListFindIndexByData(&list, &same)),
+              make_tuple(nodes[2], nullptr, 2, -1));
+    const size_t live = alloc.live();
+    rtDListRemove(&list, nodes[1]), rtDListRemove(&list, nodes[0]), rtDListRemove(&list, nodes[4]);  // inner, head, tail
+    EXPECT_EQ(items(), (Ptrs{&v[2], &v[3]}));
+    rtDListRemove(&list, nodes[2]), rtDListRemove(&list, nodes[3]);
+    EXPECT_EQ(make_tuple(list.count, list.head, list.tail, alloc.live()), make_tuple(0u, nullptr, nullptr, live));  // not freed
+    rtDListFreeNodes(&ctxt, &list);  // freeing nodes, data and open-type values
     void* a = rtMemHeapAlloc(&ctxt.typeHeap, 10);
     void* b = rtMemHeapAlloc(&ctxt.typeHeap, 20);
-    rtDListAppend(&ctxt, &list, a);
-    rtDListAppend(&ctxt, &list, b);
-    const size_t frees = alloc.freeCalls();
+    rtDListAppend(&ctxt, &list, a), rtDListAppend(&ctxt, &list, a);
+    size_t frees = alloc.frees;
+    rtDListFreeNodes(&ctxt, &list);  // the data stays
+    EXPECT_EQ(make_tuple(alloc.frees, alloc.isLive(blockOf(a)), list.count, list.head, list.tail),
+              make_tuple(frees + 2, true, 0u, nullptr, nullptr));
+    rtDListAppend(&ctxt, &list, a), rtDListAppend(&ctxt, &list, b);
+    rtDListFreeAll(&ctxt, &list), rtDListFreeAll(&ctxt, &list);  // the data goes too; an empty list is just zeroed
+    EXPECT_EQ(make_tuple(alloc.frees, alloc.isLive(blockOf(b)), list.head), make_tuple(frees + 6, false, nullptr));
+    appendOpenType(), appendOpenType(), appendOpenType();  // a value right behind its node goes with it
+    frees = alloc.frees;
     rtDListFreeAll(&ctxt, &list);
-    EXPECT_EQ(alloc.freeCalls(), frees + 4);
-    EXPECT_FALSE(alloc.isLive(blockOf(a)));
-    EXPECT_FALSE(alloc.isLive(blockOf(b)));
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.head, nullptr);
-    // An empty list is just zeroed.
-    list.count = 0;
-    rtDListFreeAll(&ctxt, &list);
-    EXPECT_EQ(alloc.freeCalls(), frees + 4);
-}
-
-TEST_F(RtLists, AppendNodeAndFreeAllOfOpenTypeBlocks)
-{
-    // As xd_OpenTypeAppend builds them: one zeroed block holds a node and the value behind it.
-    Asn1RTDList list;
-    rtDListInit(&list);
-    for (int i = 0; i < 3; i++) {
-        unsigned char* block = static_cast<unsigned char*>(
-            rtMemHeapAllocZ(&ctxt.typeHeap, static_cast<int>(sizeof(Asn1RTDListNode) + sizeof(OpenType))));
-        void* value = block + sizeof(Asn1RTDListNode);
-        const size_t calls = alloc.mallocCalls();
-        Asn1RTDListNode* node = rtDListAppendNode(&ctxt, &list, value);
-        EXPECT_EQ(alloc.mallocCalls(), calls);  // no allocation
-        EXPECT_EQ(static_cast<void*>(node), static_cast<void*>(block));
-        EXPECT_EQ(node->data, value);
-    }
-    EXPECT_EQ(list.count, 3u);
-    items(list);
-    const size_t frees = alloc.freeCalls();
-    rtDListFreeAll(&ctxt, &list);
-    EXPECT_EQ(alloc.freeCalls(), frees + 3);  // one block for each element
-    EXPECT_EQ(alloc.badFrees(), 0u);
-}
-
-TEST_F(RtLists, FreeOpenSeqExtFreesEachValuesOctets)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    for (int i = 0; i < 2; i++) {
-        unsigned char* block = static_cast<unsigned char*>(
-            rtMemHeapAllocZ(&ctxt.typeHeap, static_cast<int>(sizeof(Asn1RTDListNode) + sizeof(OpenType))));
-        OpenType* value = reinterpret_cast<OpenType*>(block + sizeof(Asn1RTDListNode));
-        value->numocts = 4;
-        value->data = static_cast<ASN1OCTET*>(rtMemHeapAlloc(&ctxt.typeHeap, 4));
-        rtDListAppendNode(&ctxt, &list, value);
-    }
-    // A value allocated on its own, with null octets.
-    OpenType* loose = static_cast<OpenType*>(rtMemHeapAllocZ(&ctxt.typeHeap, sizeof(OpenType)));
-    rtDListAppend(&ctxt, &list, loose);
-    const size_t live = alloc.live();
+    EXPECT_EQ(alloc.frees, frees + 3);
+    // rtMemFreeOpenSeqExt frees each value's octets first; a loose value (null octets) and its node go too.
+    for (int i = 0; i < 2; i++)
+        appendOpenType()->data = static_cast<ASN1OCTET*>(rtMemHeapAlloc(&ctxt.typeHeap, 4));
+    rtDListAppend(&ctxt, &list, rtMemHeapAllocZ(&ctxt.typeHeap, sizeof(OpenType)));
+    const size_t liveBefore = alloc.live();
     rtMemFreeOpenSeqExt(&ctxt, &list);
-    EXPECT_EQ(alloc.live(), live - 6);  // 2 node+value blocks, 2 octet blocks, the loose value and its node
-    EXPECT_EQ(list.count, 0u);
-}
-
-TEST_F(RtLists, ToArray)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    int values[3] = {10, 20, 30};
+    EXPECT_EQ(make_tuple(alloc.live(), list.count), make_tuple(liveBefore - 6, 0u));
+    int values[3] = {10, 20, 30}, big[4] = {}, small[1] = {-1};
     for (int& x : values)
         rtDListAppend(&ctxt, &list, &x);
-    // A large enough array and no capacity pointer.
-    int out[3] = {};
-    void* arr = out;
-    EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, nullptr, sizeof(int)), 3);
-    EXPECT_EQ(arr, static_cast<void*>(out));
-    EXPECT_EQ(out[0], 10);
-    EXPECT_EQ(out[2], 30);
-    // Capacity enough: the same array.
-    int out2[4] = {};
-    arr = out2;
-    ASN1UINT cap = 4;
-    EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, &cap, sizeof(int)), 3);
-    EXPECT_EQ(arr, static_cast<void*>(out2));
-    EXPECT_EQ(cap, 4u);
-    EXPECT_EQ(out2[1], 20);
-    // Capacity short: raised, a new array from the type heap, the old one untouched.
-    int small[1] = {-1};
-    arr = small;
-    cap = 1;
-    EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, &cap, sizeof(int)), 3);
-    EXPECT_EQ(cap, 3u);
-    ASSERT_NE(arr, static_cast<void*>(small));
-    EXPECT_EQ(small[0], -1);
-    EXPECT_TRUE(alloc.isLive(blockOf(arr)));
-    EXPECT_EQ(blockOf(arr)->size, 3 * sizeof(int));
-    EXPECT_EQ(static_cast<int*>(arr)[0], 10);
-    EXPECT_EQ(static_cast<int*>(arr)[2], 30);
-    // The new array cannot be had: -12, the array pointer as it was, the error block untouched.
-    arr = small;
-    cap = 2;
-    alloc.failNext();
-    EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, &cap, sizeof(int)), RT_E_NO_MEMORY);
-    EXPECT_EQ(arr, static_cast<void*>(small));
-    EXPECT_EQ(ctxt.errInfo.status, 0);
-    rtDListFreeNodes(&ctxt, &list);
-}
-
-TEST_F(RtLists, ToArraySizeThatWouldWrapIsRefusedBeforeAnyCopy)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    int values[3] = {10, 20, 30};
-    for (int& x : values)
-        rtDListAppend(&ctxt, &list, &x);
-    // 3 * 0x55555556 is 0x100000002: taken in 32 bits it would ask for a 2-octet array.
-    int small[1] = {-1};
-    void* arr = small;
-    ASN1UINT cap = 0;
-    const size_t requestsBefore = alloc.mallocCalls();
-    EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, &cap, 0x55555556u), RT_E_NO_MEMORY);
-    EXPECT_EQ(alloc.mallocCalls(), requestsBefore);
-    EXPECT_EQ(arr, static_cast<void*>(small));
-    EXPECT_EQ(small[0], -1);
-    EXPECT_EQ(ctxt.errInfo.status, 0);
-    rtDListFreeNodes(&ctxt, &list);
-}
-
-TEST_F(RtLists, AppendArrayPointsIntoTheArray)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    short arr[4] = {1, 2, 3, 4};
-    rtDListAppendArray(&ctxt, &list, arr, 4, sizeof(short));
-    ASSERT_EQ(list.count, 4u);
-    EXPECT_EQ(items(list), (std::vector<void*>{&arr[0], &arr[1], &arr[2], &arr[3]}));
-    // A failed node allocation skips the element.
-    alloc.failNext(1, 1);
-    rtDListAppendArray(&ctxt, &list, arr, 3, sizeof(short));
-    EXPECT_EQ(list.count, 6u);
-    EXPECT_EQ(list.tail->data, &arr[2]);
-    EXPECT_EQ(list.tail->prev->data, &arr[0]);
-    rtDListFreeNodes(&ctxt, &list);
-}
-
-TEST_F(RtLists, AppendArrayCopyTakesATotalInOctets)
-{
-    Asn1RTDList list;
-    rtDListInit(&list);
-    const int arr[3] = {7, 8, 9};
-    rtDListAppendArrayCopy(&ctxt, &list, arr, sizeof arr, sizeof(int));  // 12 octets: 3 elements
-    ASSERT_EQ(list.count, 3u);
-    int i = 0;
-    for (Asn1RTDListNode* n = list.head; n != nullptr; n = n->next, i++) {
-        EXPECT_NE(n->data, static_cast<const void*>(&arr[i]));  // a heap copy
-        EXPECT_EQ(*static_cast<int*>(n->data), arr[i]);
-        EXPECT_EQ(blockOf(n->data)->size, sizeof(int));
+    void* arr = big;
+    ASN1UINT cap = 3;
+    // No capacity: assumed large enough; enough: the same array; short: raised, a new heap array.
+    EXPECT_EQ((Ints{rtDListToArray(&ctxt, &list, &arr, nullptr, 4), rtDListToArray(&ctxt, &list, &arr, &cap, 4), arr == big,
+                    int(cap), std::memcmp(big, values, sizeof values), (arr = small, cap = 1, 0),
+                    rtDListToArray(&ctxt, &list, &arr, &cap, 4), arr != small}), (Ints{3, 3, 1, 3, 0, 0, 3, 1}));
+    EXPECT_EQ(make_tuple(cap, small[0], blockOf(arr)->size, std::memcmp(arr, values, sizeof values)),
+              make_tuple(3u, -1, 3 * sizeof(int), 0));
+    // The new array cannot be had, or its size would wrap in 32 bits (3 * 0x55555556 is 0x100000002,
+    // a 2-octet array): -12 before any copy, the array pointer as it was, no error block.
+    for (ASN1UINT elemSize : {ASN1UINT(sizeof(int)), 0x55555556u}) {
+        arr = small, cap = 2;
+        alloc.failNext();
+        const size_t calls = alloc.mallocCalls();
+        EXPECT_EQ(rtDListToArray(&ctxt, &list, &arr, &cap, elemSize), RT_E_NO_MEMORY);
+        EXPECT_EQ(make_tuple(alloc.mallocCalls() - calls, arr, small[0], ctxt.errInfo.status),
+                  make_tuple(size_t(elemSize == sizeof(int)), static_cast<void*>(small), -1, 0)) << elemSize;
     }
-    // Passing an element count where the octets are meant takes fewer elements.
-    rtDListAppendArrayCopy(&ctxt, &list, arr, 3, sizeof(int));
-    EXPECT_EQ(list.count, 4u);
+    alloc.failNext(0), rtDListFreeNodes(&ctxt, &list);
+    short shorts[4] = {1, 2, 3, 4};
+    rtDListAppendArray(&ctxt, &list, shorts, 4, sizeof(short));  // data points into the array
+    alloc.failNext(1, 1);                                         // a failed node skips the element
+    rtDListAppendArray(&ctxt, &list, shorts, 3, sizeof(short));
+    EXPECT_EQ(items(), (Ptrs{&shorts[0], &shorts[1], &shorts[2], &shorts[3], &shorts[0], &shorts[2]}));
+    rtDListFreeNodes(&ctxt, &list);
+    // The copy's count is a total in octets: a heap copy a step; an element count takes fewer (zero-filled).
+    const int ints[3] = {7, 8, 0x01020304};
+    rtDListAppendArrayCopy(&ctxt, &list, ints, sizeof ints, sizeof(int));
+    rtDListAppendArrayCopy(&ctxt, &list, &ints[2], 3, sizeof(int));
+    int i = 0, expect[4] = {7, 8, 0x01020304, 0};
+    std::memcpy(&expect[3], &ints[2], 3);
+    for (Asn1RTDListNode* n = list.head; n != nullptr; n = n->next, i++)
+        EXPECT_EQ(make_tuple(*static_cast<int*>(n->data), blockOf(n->data)->size), make_tuple(expect[i], sizeof(int)));
+    EXPECT_EQ(i, 4);
     rtDListFreeAll(&ctxt, &list);
+    // Steps of 2^30 through 2^32 - 1, each copy refused by the allocator's limit: four requests, then the
+    // end (a 32-bit offset would wrap to 0 for ever). An element no heap block holds asks nothing.
+    const size_t before = alloc.mallocCalls();
+    EXPECT_EQ((Ints{(rtDListAppendArrayCopy(&ctxt, &list, ints, 0xFFFFFFFFu, 0x40000000u), int(alloc.mallocCalls() - before)),
+                    (rtDListAppendArrayCopy(&ctxt, &list, ints, 0xFFFFFFFFu, 0x80000000u), int(alloc.mallocCalls() - before)),
+                    int(list.count)}), (Ints{4, 4, 0}));
 }
 
-TEST_F(RtLists, AppendArrayCopyNearTheTopOfThe32BitRangeEnds)
+TEST_F(RtLists, SListMemoryBufferBitsAndWriting)
 {
-    Asn1RTDList list;
-    rtDListInit(&list);
-    const char arr[1] = {0};
-    // Steps of 2^30 through a total of 2^32 - 1, every copy refused by the counting
-    // allocator's size limit: four requests, then the end. A 32-bit offset would wrap to
-    // 0 and go round for ever.
-    size_t before = alloc.mallocCalls();
-    rtDListAppendArrayCopy(&ctxt, &list, arr, 0xFFFFFFFFu, 0x40000000u);
-    EXPECT_EQ(alloc.mallocCalls() - before, 4u);
-    EXPECT_EQ(list.count, 0u);
-    // An element larger than any heap block: nothing is asked of the allocator at all.
-    before = alloc.mallocCalls();
-    rtDListAppendArrayCopy(&ctxt, &list, arr, 0xFFFFFFFFu, 0x80000000u);
-    EXPECT_EQ(alloc.mallocCalls(), before);
-    EXPECT_EQ(list.count, 0u);
-}
-
-TEST_F(RtLists, SListWithAContextUsesTheTypeHeap)
-{
-    Asn1RTSList list;
-    std::memset(&list, 0x5A, sizeof list);
-    rtSListInitEx(&ctxt, &list);
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_EQ(list.tail, nullptr);
-    EXPECT_EQ(list.pctxt, &ctxt);
-    Asn1RTSListNode* a = rtSListAppend(&list, &v[0]);
-    Asn1RTSListNode* b = rtSListAppend(&list, &v[1]);
-    ASSERT_NE(a, nullptr);
-    EXPECT_EQ(blockOf(a)->size, 16u);
-    EXPECT_EQ(list.head, a);
-    EXPECT_EQ(list.tail, b);
-    EXPECT_EQ(a->next, b);
-    EXPECT_EQ(b->next, nullptr);
-    EXPECT_EQ(b->data, &v[1]);
-    EXPECT_EQ(list.count, 2u);
+    // The singly linked list, from the type heap or from malloc.
+    rtSListInitEx(&ctxt, nullptr), rtSListFree(nullptr);
+    Asn1RTSList sl{5, reinterpret_cast<Asn1RTSListNode*>(&sl), nullptr, nullptr};  // junk to clear
+    rtSListInitEx(&ctxt, &sl);
+    EXPECT_EQ(tie(sl.count, sl.head, sl.tail, sl.pctxt), make_tuple(0u, nullptr, nullptr, &ctxt));
+    Asn1RTSListNode* first = rtSListAppend(&sl, &v[0]);
+    Asn1RTSListNode* second = rtSListAppend(&sl, &v[1]);
+    ASSERT_NE(first, nullptr);
+    EXPECT_EQ(tie(sl.head, sl.tail, first->next, second->next, second->data), make_tuple(first, second, second, nullptr, &v[1]));
     alloc.failNext();
-    EXPECT_EQ(rtSListAppend(&list, &v[2]), nullptr);
-    EXPECT_EQ(list.count, 2u);
-    const size_t frees = alloc.freeCalls();
-    rtSListFree(&list);
-    EXPECT_EQ(alloc.freeCalls(), frees + 2);
-    EXPECT_EQ(list.count, 0u);
-    EXPECT_EQ(list.head, nullptr);
-    EXPECT_EQ(list.tail, nullptr);
-    EXPECT_EQ(list.pctxt, nullptr);  // the context too
-}
-
-TEST_F(RtLists, SListWithoutAContextUsesMalloc)
-{
-    Asn1RTSList list;
-    rtSListInitEx(nullptr, &list);
-    const size_t calls = alloc.mallocCalls();
-    for (int i = 0; i < 5; i++)
-        ASSERT_NE(rtSListAppend(&list, &v[i]), nullptr);
-    EXPECT_EQ(alloc.mallocCalls(), calls);  // not the runtime's allocator
-    EXPECT_EQ(list.count, 5u);
-    rtSListFree(&list);  // LeakSanitizer checks these went back to free()
-    EXPECT_EQ(list.count, 0u);
-}
-
-// ---- Memory buffer -----------------------------------------------------------------------
-
-TEST_F(RtLists, MemBufInit)
-{
+    EXPECT_EQ(make_tuple(blockOf(first)->size, rtSListAppend(&sl, &v[2]), sl.count), make_tuple(16u, nullptr, 2u));
+    rtSListFree(&sl);  // nodes and the context go, the data stays
+    EXPECT_EQ(tie(sl.count, sl.head, sl.tail, sl.pctxt), make_tuple(0u, nullptr, nullptr, nullptr));
+    const size_t calls = alloc.mallocCalls();  // without a context the nodes come from malloc
+    for (int k = 0; k < 5; k++)
+        ASSERT_NE(rtSListAppend(&sl, &v[k]), nullptr);
+    EXPECT_EQ(make_tuple(alloc.mallocCalls(), sl.count), make_tuple(calls, 5u));
+    rtSListFree(&sl);  // (LeakSanitizer sees them go back)
+    // The memory buffer grows by segments.
     Asn1RTMemBuf mb;
     std::memset(&mb, 0x5A, sizeof mb);
     rtMemBufInit(&ctxt, &mb, 16);
-    EXPECT_EQ(mb.pctxt, &ctxt);
-    EXPECT_EQ(mb.segsize, 16u);
-    EXPECT_EQ(mb.startidx, 0u);
-    EXPECT_EQ(mb.usedcnt, 0u);
-    EXPECT_EQ(mb.bufsize, 0u);
-    EXPECT_EQ(mb.reserved[0], 0u);
-    EXPECT_EQ(mb.reserved[1], 0u);
-    EXPECT_EQ(mb.buffer, nullptr);
-    EXPECT_EQ(mb.isDynamic, 1);
+    EXPECT_EQ(tie(mb.pctxt, mb.segsize, mb.buffer, mb.isDynamic), make_tuple(&ctxt, 16u, nullptr, ASN1BOOL(1)));
+    EXPECT_EQ(mb.startidx | mb.usedcnt | mb.bufsize | mb.reserved[0] | mb.reserved[1], 0u);
     int len = -1;
     EXPECT_EQ(rtMemBufGetData(&mb, &len), nullptr);
     EXPECT_EQ(len, 0);
-}
-
-TEST_F(RtLists, MemBufAppendGrowsBySegments)
-{
-    Asn1RTMemBuf mb;
-    rtMemBufInit(&ctxt, &mb, 16);
-    EXPECT_EQ(rtMemBufAppend(&mb, reinterpret_cast<const ASN1OCTET*>("hello"), 5), 0);
-    EXPECT_EQ(mb.bufsize, 16u);
-    EXPECT_EQ(mb.usedcnt, 5u);
-    EXPECT_EQ(alloc.requests().back(), 16u + 48u);
-    ASN1OCTET* first = mb.buffer;
-    EXPECT_EQ(rtMemBufAppend(&mb, reinterpret_cast<const ASN1OCTET*>(" world, again"), 13), 0);
-    EXPECT_EQ(mb.usedcnt, 18u);
-    EXPECT_EQ(mb.bufsize, 32u);  // (18 - 1) / 16 + 1 = 2 segments
-    EXPECT_NE(mb.buffer, first);
-    int len = 0;
+    // a: append (null data reserves only), s: set to 'A', p: pre-allocate; then used and capacity
+    const struct { char op; const char* data; ASN1UINT count, used, size; } steps[] = {
+        {'s', "", 0, 0, 0}, {'p', "", 0, 0, 0}, {'a', "", 0, 0, 0},  // count 0: nothing at all
+        {'a', "hello", 5, 5, 16}, {'a', " world, again", 13, 18, 32},  // (18 - 1) / 16 + 1 segments
+        {'a', "0123456789abcd", 14, 32, 32},                          // exactly full: no growth
+        {'a', nullptr, 25, 32, 64}, {'p', nullptr, 40, 32, 80}, {'s', nullptr, 3, 35, 80},
+    };
+    for (const auto& st : steps) {
+        EXPECT_EQ(st.op == 's' ? rtMemBufSet(&mb, 'A', st.count)
+                  : st.op == 'p' ? rtMemBufPreAllocate(&mb, st.count) : rtMemBufAppend(&mb, bytes(st.data), st.count), 0);
+        EXPECT_EQ(make_tuple(mb.usedcnt, mb.bufsize, mb.buffer == nullptr), make_tuple(st.used, st.size, st.size == 0))
+            << st.op << st.count;
+    }
+    EXPECT_EQ(alloc.requests[alloc.requests.size() - 4], 16u + 48u);
+    mb.startidx = 2, mb.reserved[0] = 9;
     ASN1OCTET* data = rtMemBufGetData(&mb, &len);
-    EXPECT_EQ(len, 18);
-    EXPECT_EQ(std::memcmp(data, "hello world, again", 18), 0);
-    EXPECT_EQ(rtMemBufAppend(&mb, reinterpret_cast<const ASN1OCTET*>("!"), 0), 0);
-    EXPECT_EQ(mb.usedcnt, 18u);
-    // Exactly full: no growth.
-    EXPECT_EQ(rtMemBufAppend(&mb, reinterpret_cast<const ASN1OCTET*>("0123456789abcd"), 14), 0);
-    EXPECT_EQ(mb.bufsize, 32u);
-    EXPECT_EQ(mb.usedcnt, 32u);
-    rtMemBufFree(&mb);
-    EXPECT_FALSE(alloc.isLive(blockOf(data)));
-    EXPECT_EQ(mb.usedcnt, 32u);  // fields are not reset
-}
-
-TEST_F(RtLists, MemBufAppendWithNullDataReservesOnly)
-{
-    Asn1RTMemBuf mb;
-    rtMemBufInit(&ctxt, &mb, 10);
-    EXPECT_EQ(rtMemBufAppend(&mb, nullptr, 25), 0);
-    EXPECT_EQ(mb.usedcnt, 0u);
-    EXPECT_EQ(mb.bufsize, 30u);
-    EXPECT_NE(mb.buffer, nullptr);
-    rtMemBufFree(&mb);
-}
-
-TEST_F(RtLists, MemBufSetAndPreAllocate)
-{
-    Asn1RTMemBuf mb;
-    rtMemBufInit(&ctxt, &mb, 8);
-    EXPECT_EQ(rtMemBufSet(&mb, 0x41, 0), 0);  // writes nothing
-    EXPECT_EQ(mb.buffer, nullptr);
-    EXPECT_EQ(mb.usedcnt, 0u);
-    EXPECT_EQ(rtMemBufPreAllocate(&mb, 0), 0);
-    EXPECT_EQ(mb.buffer, nullptr);
-    EXPECT_EQ(rtMemBufPreAllocate(&mb, 9), 0);
-    EXPECT_EQ(mb.bufsize, 16u);
-    EXPECT_EQ(mb.usedcnt, 0u);
-    EXPECT_EQ(rtMemBufSet(&mb, 0x41, 3), 0);
-    EXPECT_EQ(rtMemBufSet(&mb, 0x42, 2), 0);
-    EXPECT_EQ(mb.usedcnt, 5u);
-    EXPECT_EQ(std::memcmp(mb.buffer, "AAABB", 5), 0);
-    EXPECT_EQ(mb.bufsize, 16u);
-    rtMemBufFree(&mb);
-}
-
-TEST_F(RtLists, MemBufGetDataAndReset)
-{
-    Asn1RTMemBuf mb;
-    rtMemBufInit(&ctxt, &mb, 8);
-    ASSERT_EQ(rtMemBufAppend(&mb, reinterpret_cast<const ASN1OCTET*>("abcdef"), 6), 0);
-    mb.startidx = 2;
-    mb.reserved[0] = 9;
-    int len = 0;
-    EXPECT_EQ(rtMemBufGetData(&mb, &len), mb.buffer + 2);
-    EXPECT_EQ(len, 4);
-    EXPECT_EQ(rtMemBufGetData(&mb, nullptr), mb.buffer + 2);  // null length still works
-    ASN1OCTET* storage = mb.buffer;
+    EXPECT_EQ(make_tuple(data, len, rtMemBufGetData(&mb, nullptr)), make_tuple(mb.buffer + 2, 33, data));
+    EXPECT_EQ(std::memcmp(data, "llo world, again0123456789abcdAAA", 33), 0);
+    ASN1OCTET* storage = mb.buffer;  // Reset keeps capacity and storage; Free resets nothing
     rtMemBufReset(&mb);
-    EXPECT_EQ(mb.startidx, 0u);
-    EXPECT_EQ(mb.usedcnt, 0u);
-    EXPECT_EQ(mb.reserved[0], 0u);
-    EXPECT_EQ(mb.bufsize, 8u);
-    EXPECT_EQ(mb.buffer, storage);
+    EXPECT_EQ(make_tuple(mb.startidx, mb.usedcnt, mb.reserved[0], mb.bufsize, mb.buffer), make_tuple(0u, 0u, 0u, 80u, storage));
     rtMemBufFree(&mb);
-}
-
-TEST_F(RtLists, MemBufAllocationFailure)
-{
-    Asn1RTMemBuf mb;
-    rtMemBufInit(&ctxt, &mb, 8);
+    EXPECT_EQ(make_tuple(alloc.isLive(blockOf(storage)), mb.bufsize), make_tuple(false, 80u));
+    rtMemBufInit(&ctxt, &mb, 8);  // failures: nothing changes, and the error block stays untouched
     alloc.failNext();
-    EXPECT_EQ(rtMemBufAppend(&mb, reinterpret_cast<const ASN1OCTET*>("x"), 1), RT_E_NO_MEMORY);
-    EXPECT_EQ(mb.buffer, nullptr);
-    EXPECT_EQ(mb.bufsize, 0u);
-    ASSERT_EQ(rtMemBufAppend(&mb, reinterpret_cast<const ASN1OCTET*>("12345678"), 8), 0);
-    alloc.failNext();
-    EXPECT_EQ(rtMemBufSet(&mb, 0, 1), RT_E_NO_MEMORY);
-    alloc.failNext();
-    EXPECT_EQ(rtMemBufPreAllocate(&mb, 1), RT_E_NO_MEMORY);
-    EXPECT_EQ(mb.bufsize, 8u);
-    EXPECT_EQ(mb.usedcnt, 8u);
-    EXPECT_EQ(std::memcmp(mb.buffer, "12345678", 8), 0);
-    EXPECT_EQ(ctxt.errInfo.status, 0);  // buffer functions do not touch the error block
+    EXPECT_EQ(make_tuple(rtMemBufAppend(&mb, bytes("x"), 1), mb.buffer, mb.bufsize), make_tuple(RT_E_NO_MEMORY, nullptr, 0u));
+    ASSERT_EQ(rtMemBufAppend(&mb, bytes("12345678"), 8), 0);
+    alloc.failNext(2);
+    EXPECT_EQ((Ints{rtMemBufSet(&mb, 0, 1), rtMemBufPreAllocate(&mb, 1), int(mb.bufsize), int(mb.usedcnt), ctxt.errInfo.status,
+                    std::memcmp(mb.buffer, "12345678", 8)}), (Ints{RT_E_NO_MEMORY, RT_E_NO_MEMORY, 8, 8, 0, 0}));
+    ASN1OCTET own[4] = {1, 2, 3, 4};  // storage not the record's own: neither freed nor grown in place
+    mb.buffer = own, mb.bufsize = mb.usedcnt = 4, mb.isDynamic = 0;
     rtMemBufFree(&mb);
-}
-
-TEST_F(RtLists, MemBufNotDynamicTakesFreshStorage)
-{
-    Asn1RTMemBuf mb;
-    rtMemBufInit(&ctxt, &mb, 4);
-    ASN1OCTET own[4] = {1, 2, 3, 4};
-    mb.buffer = own;
-    mb.bufsize = 4;
-    mb.usedcnt = 4;
-    mb.isDynamic = 0;
-    rtMemBufFree(&mb);  // not dynamic: nothing freed
     EXPECT_EQ(rtMemBufPreAllocate(&mb, 1), 0);
-    EXPECT_NE(mb.buffer, own);
-    EXPECT_EQ(mb.isDynamic, 1);
-    EXPECT_EQ(mb.bufsize, 8u);
-    rtMemBufFree(&mb);
-}
-
-// ---- Bits --------------------------------------------------------------------------------
-
-TEST(RtBits, SetClearTest)
-{
+    EXPECT_EQ(make_tuple(mb.buffer != own, mb.isDynamic, mb.bufsize), make_tuple(true, ASN1BOOL(1), 8u));
+    // Bits.
     ASN1OCTET bits[2] = {0x80, 0x00};
-    EXPECT_EQ(rtSetBit(bits, 16, 0), 0x80);  // already set: its place value, stays set
-    EXPECT_EQ(bits[0], 0x80);
-    EXPECT_EQ(rtSetBit(bits, 16, 9), 0);  // clear before
-    EXPECT_EQ(bits[1], 0x40);
-    EXPECT_EQ(rtSetBit(bits, 16, 9), 0x40);
-    EXPECT_EQ(rtSetBit(bits, 10, 10), RT_E_OUT_OF_RANGE);
-    EXPECT_EQ(rtSetBit(bits, 0, 0), -29);
-    EXPECT_EQ(rtTestBit(bits, 16, 0), 0x80);
-    EXPECT_EQ(rtTestBit(bits, 16, 9), 0x40);
-    EXPECT_EQ(rtTestBit(bits, 16, 1), 0);
-    EXPECT_EQ(rtTestBit(bits, 9, 9), 0);  // not below the count
-    EXPECT_EQ(rtClearBit(bits, 16, 9), 0x40);
-    EXPECT_EQ(bits[1], 0);
-    EXPECT_EQ(rtClearBit(bits, 16, 9), 0);
-    EXPECT_EQ(rtClearBit(bits, 16, 16), RT_E_OUT_OF_RANGE);
-    EXPECT_EQ(rtClearBit(bits, 16, 0), 0x80);
-    EXPECT_EQ(bits[0], 0);
-    EXPECT_EQ(rtSetBit(bits, 16, 7), 0);
-    EXPECT_EQ(bits[0], 0x01);
-    EXPECT_EQ(rtTestBit(bits, 8, 7), 1);
-}
-
-TEST(RtBits, OctetBitLen)
-{
-    EXPECT_EQ(rtOctetBitLen(0x01), 8);
-    EXPECT_EQ(rtOctetBitLen(0x40), 2);
-    EXPECT_EQ(rtOctetBitLen(0x80), 1);
-    EXPECT_EQ(rtOctetBitLen(0x00), 0);
-    EXPECT_EQ(rtOctetBitLen(0xFF), 8);
-    EXPECT_EQ(rtOctetBitLen(0x0C), 6);
-    EXPECT_EQ(rtOctetBitLen(0x90), 4);
-}
-
-// ---- Forward-writing buffer functions ------------------------------------------------------
-
-TEST_F(RtLists, CheckBufferStaticFull)
-{
-    ASN1OCTET out[4] = {};
-    ASSERT_EQ(rtInitContextBuffer(&ctxt, out, sizeof out), 0);
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 4), 0);
-    EXPECT_EQ(rtWriteBytes(&ctxt, reinterpret_cast<const ASN1OCTET*>("abc"), 3), 0);
-    EXPECT_EQ(ctxt.bufIndex, 3u);
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 1), 0);
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 2), RT_E_BUFFER_FULL);
-    EXPECT_EQ(ctxt.errInfo.status, -1);
-    EXPECT_EQ(rtWriteBytes(&ctxt, reinterpret_cast<const ASN1OCTET*>("de"), 2), -1);
-    EXPECT_EQ(ctxt.bufIndex, 3u);
-    EXPECT_EQ(rtWriteBytes(&ctxt, reinterpret_cast<const ASN1OCTET*>("d"), 1), 0);
-    EXPECT_EQ(std::memcmp(out, "abcd", 4), 0);
-    EXPECT_EQ(rtWriteBytes(&ctxt, nullptr, 0), 0);  // count 0
-    EXPECT_EQ(ctxt.bufSize, 4u);
-}
-
-TEST_F(RtLists, CheckBufferGrowsADynamicBuffer)
-{
+    // s: rtSetBit, c: rtClearBit, t: rtTestBit; the result (the old bit's place value), then both octets
+    const struct { char op; ASN1UINT count, index; int result, after; } bitRows[] = {
+        {'s', 16, 0, 0x80, 0x8000}, {'s', 16, 9, 0, 0x8040}, {'s', 16, 9, 0x40, 0x8040},
+        {'s', 10, 10, RT_E_OUT_OF_RANGE, 0x8040}, {'s', 0, 0, -29, 0x8040}, {'t', 16, 0, 0x80, 0x8040},
+        {'t', 16, 1, 0, 0x8040}, {'t', 9, 9, 0, 0x8040}, {'c', 16, 9, 0x40, 0x8000}, {'c', 16, 9, 0, 0x8000},
+        {'c', 16, 16, RT_E_OUT_OF_RANGE, 0x8000}, {'c', 16, 0, 0x80, 0x0000}, {'s', 16, 7, 0, 0x0100},
+        {'t', 8, 7, 1, 0x0100},
+    };
+    for (const auto& r : bitRows) {
+        const int got = r.op == 's' ? rtSetBit(bits, r.count, r.index)
+                        : r.op == 'c' ? rtClearBit(bits, r.count, r.index) : rtTestBit(bits, r.count, r.index);
+        EXPECT_EQ(make_tuple(got, bits[0] << 8 | bits[1]), make_tuple(r.result, r.after)) << r.op << r.index;
+    }
+    const int lens[][2] = {{0x01, 8}, {0x40, 2}, {0x80, 1}, {0x00, 0}, {0xFF, 8}, {0x0C, 6}, {0x90, 4}};
+    for (const auto& l : lens)
+        EXPECT_EQ(rtOctetBitLen(static_cast<ASN1OCTET>(l[0])), l[1]) << l[0];
+    // Forward writing: rtCheckBuffer and rtWriteBytes.
+    ASN1OCTET out[4] = {};  // static: full is -1
+    EXPECT_EQ((Ints{rtInitContextBuffer(&ctxt, out, sizeof out), rtWriteBytes(&ctxt, bytes("abc"), 3), rtCheckBuffer(&ctxt, 1),
+                    rtCheckBuffer(&ctxt, 2), rtWriteBytes(&ctxt, bytes("de"), 2), ctxt.errInfo.status, int(ctxt.bufIndex),
+                    rtWriteBytes(&ctxt, bytes("d"), 1), rtWriteBytes(&ctxt, nullptr, 0), std::memcmp(out, "abcd", 4)}),
+              (Ints{0, 0, 0, RT_E_BUFFER_FULL, -1, -1, 3, 0, 0, 0}));
+    rtErrReset(&ctxt.errInfo);  // dynamic: grows by 16384, or by the count when that is more
+    EXPECT_EQ((Ints{rtInitContextBuffer(&ctxt, nullptr, 8), rtWriteBytes(&ctxt, bytes("12345678"), 8), int(ctxt.bufSize),
+                    rtWriteBytes(&ctxt, bytes("9"), 1), int(ctxt.bufSize), std::memcmp(ctxt.bufData, "123456789", 9),
+                    (ctxt.bufIndex = ctxt.bufSize, rtCheckBuffer(&ctxt, 20000)), int(ctxt.bufSize), ctxt.errInfo.status}),
+              (Ints{0, 0, 8, 0, 8 + 16384, 0, 0, 8 + 16384 + 20000, 0}));
+    EXPECT_EQ(blocks(ctxt.msgHeap)[0], static_cast<void*>(ctxt.bufData));
+    // Growth failures: requests made (0: refused before asking), the size after (raised first but past 2^32).
     ASSERT_EQ(rtInitContextBuffer(&ctxt, nullptr, 8), 0);
-    ASSERT_EQ(rtWriteBytes(&ctxt, reinterpret_cast<const ASN1OCTET*>("12345678"), 8), 0);
-    EXPECT_EQ(ctxt.bufSize, 8u);
-    ASSERT_EQ(rtWriteBytes(&ctxt, reinterpret_cast<const ASN1OCTET*>("9"), 1), 0);
-    EXPECT_EQ(ctxt.bufSize, 8u + 16384u);  // by 16384 when that is more
-    EXPECT_EQ(std::memcmp(ctxt.bufData, "123456789", 9), 0);
-    ctxt.bufIndex = ctxt.bufSize;
-    ASSERT_EQ(rtCheckBuffer(&ctxt, 20000), 0);
-    EXPECT_EQ(ctxt.bufSize, 8u + 16384u + 20000u);  // by the count when that is more
-    EXPECT_EQ(heapOf(ctxt.msgHeap)->head, blockOf(ctxt.bufData));
-    EXPECT_EQ(ctxt.errInfo.status, 0);
-}
-
-TEST_F(RtLists, CheckBufferGrowthFailureKeepsTheRaisedSize)
-{
-    ASSERT_EQ(rtInitContextBuffer(&ctxt, nullptr, 8), 0);
-    ASN1OCTET* data = ctxt.bufData;
-    ctxt.bufIndex = 8;
-    alloc.failNext();
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 1), RT_E_NO_MEMORY);
-    EXPECT_EQ(ctxt.errInfo.status, -12);
-    EXPECT_EQ(ctxt.bufSize, 8u + 16384u);  // raised first
-    EXPECT_EQ(ctxt.bufData, data);
-}
-
-TEST_F(RtLists, CheckBufferGrowthPastTheHeapsReachFailsWithoutWrapping)
-{
-    ASSERT_EQ(rtInitContextBuffer(&ctxt, nullptr, 8), 0);
-    ASN1OCTET* data = ctxt.bufData;
-    ctxt.bufIndex = 8;
-    const size_t requestsBefore = alloc.mallocCalls();
-    // 8 plus this count passes 2^32: a wrapped size of 3 would have "fit" in the old block.
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 0xFFFFFFFBu), RT_E_NO_MEMORY);
-    EXPECT_EQ(ctxt.errInfo.status, -12);
-    EXPECT_EQ(ctxt.bufSize, 8u);
-    EXPECT_EQ(ctxt.bufData, data);
-    // Below 2^32 but beyond what one heap block can hold: -12 with no request made, the
-    // size raised as on every failed growth.
-    EXPECT_EQ(rtCheckBuffer(&ctxt, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) - 7u), RT_E_NO_MEMORY);
-    EXPECT_EQ(ctxt.bufSize, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) + 1u);
-    EXPECT_EQ(ctxt.bufData, data);
-    EXPECT_EQ(alloc.mallocCalls(), requestsBefore);
-    // The largest growth that still fits is attempted (and here refused by the allocator).
-    ctxt.bufSize = 8;
-    alloc.failNext();
-    EXPECT_EQ(rtCheckBuffer(&ctxt, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC) - 8u), RT_E_NO_MEMORY);
-    EXPECT_EQ(ctxt.bufSize, static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC));
-    EXPECT_EQ(alloc.mallocCalls(), requestsBefore + 1);
+    ASN1OCTET* buffer = ctxt.bufData;
+    const ASN1UINT max = static_cast<ASN1UINT>(RT_MEMHEAP_MAX_ALLOC);
+    const struct { ASN1UINT count; size_t requests; ASN1UINT sizeAfter; } growthRows[] = {
+        {1, 1, 8u + 16384u},
+        {0xFFFFFFFBu, 0, 8u},     // 8 plus this passes 2^32: a wrapped 3 would "fit"
+        {max - 7u, 0, max + 1u},  // beyond what one heap block holds
+        {max - 8u, 1, max},       // the largest growth that still fits is attempted
+    };
+    for (const auto& row : growthRows) {
+        ctxt.bufSize = ctxt.bufIndex = 8;
+        rtErrReset(&ctxt.errInfo);
+        alloc.failNext();
+        const size_t asked = alloc.mallocCalls();
+        EXPECT_EQ(rtCheckBuffer(&ctxt, row.count), RT_E_NO_MEMORY);
+        EXPECT_EQ(make_tuple(ctxt.errInfo.status, ctxt.bufSize, ctxt.bufData, alloc.mallocCalls() - asked),
+                  make_tuple(-12, row.sizeAfter, buffer, row.requests)) << row.count;
+    }
+    alloc.failNext(0);
 }
 
 }  // namespace
