@@ -1,551 +1,190 @@
 // The stream layer, rtdiag and the hexadecimal dump.
-#include "asn1rt/context.h"
 #include "asn1rt/lists.h"
-#include "asn1rt/stream.h"
 #include "rt_alloc_counter.h"
 
-#include <gtest/gtest.h>
-
 #include <cstdio>
-#include <cstdlib>
-#include <cstring>
-#include <string>
 
-using rttest::blockOf;
-using rttest::CountingAllocator;
+using namespace rttest;
 
 namespace {
 
-// A transport of the test's own: writes collect in `written`, reads come from `source`.
-struct FakeTransport {
-    std::string written;
-    std::string source;
-    size_t readPos = 0;
-    int writeCalls = 0;
-    int flushCalls = 0;
-    int closeCalls = 0;
-    int writeResult = 0;
-    int flushResult = 0;
-    int closeResult = 0;
-    int readResult = 0;  // 0: the count read
-};
-FakeTransport* g_fake = nullptr;
-
-int fakeWrite(Asn1RTStream*, const ASN1OCTET* data, ASN1UINT count)
-{
-    g_fake->writeCalls++;
-    if (g_fake->writeResult < 0)
-        return g_fake->writeResult;
-    if (count != 0)
-        g_fake->written.append(reinterpret_cast<const char*>(data), count);
-    return g_fake->writeResult;
-}
-
-int fakeRead(Asn1RTStream*, ASN1OCTET* dest, ASN1UINT count)
-{
-    if (g_fake->readResult != 0)
-        return g_fake->readResult;
-    size_t n = std::min<size_t>(count, g_fake->source.size() - g_fake->readPos);
-    std::memcpy(dest, g_fake->source.data() + g_fake->readPos, n);
-    g_fake->readPos += n;
-    return static_cast<int>(n);
-}
-
-int fakeFlush(Asn1RTStream*)
-{
-    g_fake->flushCalls++;
-    return g_fake->flushResult;
-}
-
-int fakeClose(Asn1RTStream*)
-{
-    g_fake->closeCalls++;
-    return g_fake->closeResult;
-}
-
-class RtStream : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        g_fake = &fake;
-        ASSERT_EQ(rtInitContext(&ctxt, nullptr), 0);
-    }
-    void TearDown() override
-    {
-        rtFreeContext(&ctxt);
-        EXPECT_EQ(alloc.live(), 0u);
-        g_fake = nullptr;
-    }
-    Asn1RTStream* open(ASN1USINT flags)
-    {
-        EXPECT_EQ(rtStreamInit(&ctxt), 0);
-        Asn1RTStream* s = ctxt.stream;
-        s->read = fakeRead;
-        s->write = fakeWrite;
-        s->flush = fakeFlush;
-        s->close = fakeClose;
-        s->flags = flags;
-        return s;
-    }
-    Asn1RTStream* openBuffered(ASN1USINT flags)
-    {
-        EXPECT_EQ(rtStreamBufInit(&ctxt), 0);
-        Asn1RTStream* s = ctxt.stream;
-        s->read = fakeRead;
-        s->write = fakeWrite;
-        s->flush = fakeFlush;
-        s->close = fakeClose;
-        s->flags = static_cast<ASN1USINT>(s->flags | flags);
-        return s;
-    }
-    static const ASN1OCTET* bytes(const char* s) { return reinterpret_cast<const ASN1OCTET*>(s); }
-
-    CountingAllocator alloc;
-    FakeTransport fake;
-    ASN1CTXT ctxt;
-};
-
-TEST_F(RtStream, InitAndRelease)
-{
-    EXPECT_EQ(rtStreamRelease(&ctxt), 0);  // no stream: nothing
-    ASSERT_EQ(rtStreamInit(&ctxt), 0);
-    Asn1RTStream* s = ctxt.stream;
-    ASSERT_NE(s, nullptr);
-    EXPECT_EQ(blockOf(s)->size, sizeof(Asn1RTStream));
-    EXPECT_EQ(s->read, nullptr);
-    EXPECT_EQ(s->write, nullptr);
-    EXPECT_EQ(s->flush, nullptr);
-    EXPECT_EQ(s->close, nullptr);
-    EXPECT_EQ(s->bufsize, 0u);
-    EXPECT_EQ(s->ioBytes, 0u);
-    EXPECT_EQ(s->flags, 0);
-    EXPECT_EQ(rtStreamRelease(&ctxt), 0);
-    EXPECT_EQ(ctxt.stream, nullptr);
-    EXPECT_FALSE(alloc.isLive(blockOf(s)));
-}
-
-TEST_F(RtStream, FlushNeedsAnOutputStream)
-{
-    EXPECT_EQ(rtStreamFlush(&ctxt), RT_E_BAD_ARGUMENT);
-    EXPECT_EQ(ctxt.errInfo.status, -30);
-    rtErrReset(&ctxt.errInfo);
-    Asn1RTStream* s = open(RT_STREAM_INPUT);
-    EXPECT_EQ(rtStreamFlush(&ctxt), -30);  // an input stream
-    EXPECT_EQ(ctxt.errInfo.status, -30);
-    rtErrReset(&ctxt.errInfo);
-    s->flags = RT_STREAM_OUTPUT;
-    fake.flushResult = 5;
-    EXPECT_EQ(rtStreamFlush(&ctxt), 5);
-    EXPECT_EQ(fake.flushCalls, 1);
-    s->flush = nullptr;
-    EXPECT_EQ(rtStreamFlush(&ctxt), 0);
-    EXPECT_EQ(ctxt.errInfo.status, 0);
-}
-
-TEST_F(RtStream, WriteCountsIOBytes)
-{
-    EXPECT_EQ(rtStreamWrite(&ctxt, bytes("ab"), 2), RT_E_NOT_READY);
-    EXPECT_EQ(ctxt.errInfo.status, -32);
-    rtErrReset(&ctxt.errInfo);
-    Asn1RTStream* s = open(RT_STREAM_INPUT);
-    EXPECT_EQ(rtStreamWrite(&ctxt, bytes("ab"), 2), -32);  // not open for output
-    s->flags = RT_STREAM_OUTPUT;
-    s->write = nullptr;
-    EXPECT_EQ(rtStreamWrite(&ctxt, bytes("ab"), 2), -32);
-    s->write = fakeWrite;
-    EXPECT_EQ(rtStreamWrite(&ctxt, bytes("abc"), 3), 0);
-    EXPECT_EQ(fake.written, "abc");
-    EXPECT_EQ(s->ioBytes, 3u);
-    fake.writeResult = 1;  // a positive result still counts the octets
-    EXPECT_EQ(rtStreamWrite(&ctxt, bytes("de"), 2), 1);
-    EXPECT_EQ(s->ioBytes, 5u);
-    fake.writeResult = -1;
-    EXPECT_EQ(rtStreamWrite(&ctxt, bytes("fg"), 2), -1);
-    EXPECT_EQ(s->ioBytes, 5u);
-    EXPECT_EQ(rtStreamGetIOBytes(&ctxt), 5);
-    EXPECT_EQ(ctxt.errInfo.status, -32);  // the bare -1 was not recorded
-}
-
-TEST_F(RtStream, ReadOnAnOutputStreamIsNotReady)
-{
-    Asn1RTStream* s = open(RT_STREAM_OUTPUT);
-    ASN1OCTET buf[8] = {};
-    EXPECT_EQ(rtStreamRead(&ctxt, buf, 8), RT_E_NOT_READY);
-    EXPECT_EQ(ctxt.errInfo.status, -32);
-    s->flags = RT_STREAM_INPUT;
-    s->read = nullptr;
-    EXPECT_EQ(rtStreamRead(&ctxt, buf, 8), -32);
-    s->read = fakeRead;
-    fake.source = "hello";
-    EXPECT_EQ(rtStreamRead(&ctxt, buf, 3), 3);
-    EXPECT_EQ(s->ioBytes, 3u);
-    EXPECT_EQ(rtStreamRead(&ctxt, buf + 3, 8), 2);
-    EXPECT_EQ(std::memcmp(buf, "hello", 5), 0);
-    EXPECT_EQ(rtStreamRead(&ctxt, buf, 8), 0);
-    EXPECT_EQ(rtStreamGetIOBytes(&ctxt), 5);
-    fake.readResult = -2;
-    EXPECT_EQ(rtStreamRead(&ctxt, buf, 8), -2);
-    EXPECT_EQ(rtStreamGetIOBytes(&ctxt), 5);
-}
-
-TEST_F(RtStream, TheFirstStreamFailureIsKept)
-{
-    EXPECT_EQ(rtStreamFlush(&ctxt), -30);
-    EXPECT_EQ(rtStreamRead(&ctxt, nullptr, 0), -32);
-    EXPECT_EQ(rtStreamWrite(&ctxt, nullptr, 0), -32);
-    EXPECT_EQ(rtStreamBufClose(&ctxt), -30);
-    EXPECT_EQ(rtStreamClose(&ctxt), -32);
-    EXPECT_EQ(ctxt.errInfo.status, -30);
-}
-
-TEST_F(RtStream, GetIOBytesWithoutAStream)
-{
-    EXPECT_EQ(rtStreamGetIOBytes(&ctxt), RT_E_NOT_READY);
-    EXPECT_EQ(ctxt.errInfo.status, -32);
-}
-
-TEST_F(RtStream, Close)
-{
-    EXPECT_EQ(rtStreamClose(&ctxt), RT_E_NOT_READY);  // no stream
-    EXPECT_EQ(ctxt.errInfo.status, -32);
-    rtErrReset(&ctxt.errInfo);
-    Asn1RTStream* s = open(RT_STREAM_OUTPUT);
-    s->close = nullptr;
-    EXPECT_EQ(rtStreamClose(&ctxt), -32);  // no close function
-    s->close = fakeClose;
-    rtErrReset(&ctxt.errInfo);
-    // Output: a failing flush is returned and the stream stays open.
-    fake.flushResult = -7;
-    EXPECT_EQ(rtStreamClose(&ctxt), -7);
-    EXPECT_EQ(s->flags, RT_STREAM_OUTPUT);
-    EXPECT_EQ(fake.closeCalls, 0);
-    EXPECT_EQ(ctxt.errInfo.status, 0);
-    fake.flushResult = 0;
-    fake.closeResult = 3;
-    EXPECT_EQ(rtStreamClose(&ctxt), 3);
-    EXPECT_EQ(s->flags, 0);
-    EXPECT_EQ(fake.closeCalls, 1);
-    // Neither input nor output: not ready.
-    EXPECT_EQ(rtStreamClose(&ctxt), -32);
-    EXPECT_EQ(ctxt.errInfo.status, -32);
-    // Input: no flush, flags to 0, the result of close.
-    s->flags = RT_STREAM_INPUT;
-    fake.closeResult = 0;
-    const int flushes = fake.flushCalls;
-    EXPECT_EQ(rtStreamClose(&ctxt), 0);
-    EXPECT_EQ(fake.flushCalls, flushes);
-    EXPECT_EQ(s->flags, 0);
-    // Output without a flush function.
-    s->flags = RT_STREAM_OUTPUT;
-    s->flush = nullptr;
-    EXPECT_EQ(rtStreamClose(&ctxt), 0);
-}
-
-TEST_F(RtStream, BufInit)
-{
-    Asn1RTStream* s = openBuffered(RT_STREAM_OUTPUT);
-    EXPECT_EQ(s->bufsize, 1024u);
-    EXPECT_EQ(s->flags, RT_STREAM_BUFFERED | RT_STREAM_OUTPUT);
-    EXPECT_EQ(ctxt.bufSize, 1024u);
-    EXPECT_EQ(ctxt.bufDynamic, 1);
-    EXPECT_EQ(ctxt.bufIndex, 0u);
-    EXPECT_EQ(ctxt.bitOffset, 8);
-    EXPECT_EQ(ctxt.savedState.index, 0xffffffffu);
-    EXPECT_EQ(ctxt.errInfo.status, 0);
-}
-
-TEST_F(RtStream, BufInitBufferFailure)
-{
-    alloc.failNext(1, 1);  // the stream record succeeds, the buffer fails
-    EXPECT_EQ(rtStreamBufInit(&ctxt), RT_E_NO_MEMORY);
-    EXPECT_EQ(ctxt.errInfo.status, -12);
-    EXPECT_NE(ctxt.stream, nullptr);
-    EXPECT_EQ(ctxt.stream->flags, 0);
-}
-
-TEST_F(RtStream, BufWriteCollectsThenSends)
-{
-    Asn1RTStream* s = openBuffered(RT_STREAM_OUTPUT);
-    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes("abc"), 3), 0);
-    EXPECT_EQ(ctxt.bufIndex, 3u);
-    EXPECT_EQ(fake.writeCalls, 0);
-    std::string big(1022, 'x');
-    // 3 + 1022 > 1024: the buffered octets go first, then the new ones are buffered.
-    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 1022), 0);
-    EXPECT_EQ(fake.written, "abc");
-    EXPECT_EQ(s->ioBytes, 3u);
-    EXPECT_EQ(ctxt.bufIndex, 1022u);
-    EXPECT_EQ(std::memcmp(ctxt.bufData, big.data(), 1022), 0);
-    EXPECT_EQ(ctxt.errInfo.status, 0);
-}
-
-TEST_F(RtStream, BufWriteOf1024OrMoreGoesDirectly)
-{
-    Asn1RTStream* s = openBuffered(RT_STREAM_OUTPUT);
-    std::string big(1024, 'y');
-    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 1024), 0);
-    EXPECT_EQ(ctxt.bufIndex, 0u);
-    EXPECT_EQ(fake.written, big);
-    EXPECT_EQ(s->ioBytes, 1024u);
-    ASSERT_EQ(rtStreamBufWrite(&ctxt, bytes("z"), 1), 0);
-    std::string bigger(5000, 'w');
-    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes(bigger.c_str()), 5000), 0);
-    EXPECT_EQ(fake.written, big + "z" + bigger);
-    EXPECT_EQ(s->ioBytes, 6025u);
-}
-
-TEST_F(RtStream, BufWriteRecordsEvenAPositiveDirectResult)
-{
-    openBuffered(RT_STREAM_OUTPUT);
-    std::string big(2000, 'q');
-    fake.writeResult = 4;
-    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 2000), 4);
-    EXPECT_EQ(ctxt.errInfo.status, 4);
-}
-
-TEST_F(RtStream, BufWriteFailureOfTheBufferedOctets)
-{
-    openBuffered(RT_STREAM_OUTPUT);
-    ASSERT_EQ(rtStreamBufWrite(&ctxt, bytes("abc"), 3), 0);
-    fake.writeResult = -9;
-    std::string big(1022, 'x');
-    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 1022), -9);
-    EXPECT_EQ(ctxt.bufIndex, 3u);
-}
-
-TEST_F(RtStream, BufFlush)
-{
-    EXPECT_EQ(rtStreamBufFlush(&ctxt), RT_E_BAD_ARGUMENT);  // no stream
-    EXPECT_EQ(ctxt.errInfo.status, -30);
-    rtErrReset(&ctxt.errInfo);
-    Asn1RTStream* s = openBuffered(RT_STREAM_OUTPUT);
-    ASSERT_EQ(rtStreamBufWrite(&ctxt, bytes("hello"), 5), 0);
-    EXPECT_EQ(rtStreamBufFlush(&ctxt), 0);
-    EXPECT_EQ(fake.written, "hello");
-    EXPECT_EQ(ctxt.bufIndex, 0u);
-    EXPECT_EQ(s->ioBytes, 0u);  // written directly: not counted
-    EXPECT_EQ(fake.flushCalls, 1);
-    // Nothing buffered: only the flush.
-    EXPECT_EQ(rtStreamBufFlush(&ctxt), 0);
-    EXPECT_EQ(fake.writeCalls, 1);
-    EXPECT_EQ(fake.flushCalls, 2);
-    // A null write with octets pending.
-    ASSERT_EQ(rtStreamBufWrite(&ctxt, bytes("x"), 1), 0);
-    s->write = nullptr;
-    EXPECT_EQ(rtStreamBufFlush(&ctxt), RT_E_NOT_READY);
-    EXPECT_EQ(ctxt.errInfo.status, -32);
-    s->write = fakeWrite;
-    rtErrReset(&ctxt.errInfo);
-    fake.writeResult = -4;
-    EXPECT_EQ(rtStreamBufFlush(&ctxt), -4);
-    EXPECT_EQ(ctxt.errInfo.status, -4);
-    EXPECT_EQ(ctxt.bufIndex, 1u);
-    // Buffered but not open for output: the octets go, then rtStreamFlush refuses.
-    fake.writeResult = 0;
-    rtErrReset(&ctxt.errInfo);
-    s->flags = RT_STREAM_BUFFERED;
-    EXPECT_EQ(rtStreamBufFlush(&ctxt), -30);
-    EXPECT_EQ(fake.written, "hellox");
-    // Neither flag.
-    s->flags = RT_STREAM_INPUT;
-    rtErrReset(&ctxt.errInfo);
-    EXPECT_EQ(rtStreamBufFlush(&ctxt), -30);
-    EXPECT_EQ(ctxt.errInfo.status, -30);
-}
-
-TEST_F(RtStream, BufClose)
-{
-    EXPECT_EQ(rtStreamBufClose(&ctxt), RT_E_BAD_ARGUMENT);
-    EXPECT_EQ(ctxt.errInfo.status, -30);
-    rtErrReset(&ctxt.errInfo);
-    Asn1RTStream* s = openBuffered(RT_STREAM_OUTPUT);
-    ASSERT_EQ(rtStreamBufWrite(&ctxt, bytes("tail"), 4), 0);
-    fake.closeResult = 0;
-    EXPECT_EQ(rtStreamBufClose(&ctxt), 0);
-    EXPECT_EQ(fake.written, "tail");
-    EXPECT_EQ(fake.closeCalls, 1);
-    EXPECT_EQ(s->flags, 0);
-    // Neither buffered/output nor input.
-    EXPECT_EQ(rtStreamBufClose(&ctxt), -32);
-    EXPECT_EQ(ctxt.errInfo.status, -32);
-    // Input only: straight to rtStreamClose.
-    s->flags = RT_STREAM_INPUT;
-    EXPECT_EQ(rtStreamBufClose(&ctxt), 0);
-    EXPECT_EQ(fake.closeCalls, 2);
-    // A failing flush is recorded and returned; no close.
-    rtErrReset(&ctxt.errInfo);
-    s->flags = RT_STREAM_BUFFERED | RT_STREAM_OUTPUT;
-    fake.flushResult = -6;
-    EXPECT_EQ(rtStreamBufClose(&ctxt), -6);
-    EXPECT_EQ(ctxt.errInfo.status, -6);
-    EXPECT_EQ(fake.closeCalls, 2);
-}
-
-TEST_F(RtStream, WriteBytesGoesThroughTheStream)
-{
-    Asn1RTStream* s = openBuffered(RT_STREAM_OUTPUT);
-    ASSERT_EQ(rtWriteBytes(&ctxt, bytes("abc"), 3), 0);
-    EXPECT_EQ(ctxt.bufIndex, 3u);
-    std::string big(1500, 'b');
-    ASSERT_EQ(rtWriteBytes(&ctxt, bytes(big.c_str()), 1500), 0);
-    EXPECT_EQ(fake.written, "abc" + big);
-    EXPECT_EQ(s->ioBytes, 1503u);
-}
-
-TEST_F(RtStream, CheckBufferFlushesAStream)
-{
-    openBuffered(RT_STREAM_OUTPUT);
-    ctxt.bufIndex = 1000;
-    std::memset(ctxt.bufData, 'k', 1000);
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 100), 0);
-    EXPECT_EQ(fake.written, std::string(1000, 'k'));
-    EXPECT_EQ(ctxt.bufIndex, 0u);
-    EXPECT_EQ(ctxt.bufSize, 1024u);
-    // Still too large after the flush: the dynamic buffer grows.
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 2000), 0);
-    EXPECT_EQ(ctxt.bufSize, 1024u + 16384u);
-    // A failing flush is recorded and returned.
-    ctxt.bufIndex = ctxt.bufSize;
-    fake.writeResult = -3;
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 1), -3);
-    EXPECT_EQ(ctxt.errInfo.status, -3);
-}
-
-// ---- Diagnostics -----------------------------------------------------------------------------
-
-class RtDiag : public testing::Test {
-protected:
-    void TearDown() override { rtSetDiag(0); }
-    static std::string captured(void (*body)())
-    {
-        testing::internal::CaptureStdout();
-        body();
-        fflush(stdout);
-        return testing::internal::GetCapturedStdout();
-    }
-};
-
-TEST_F(RtDiag, RtdiagPrintsOnlyWithDebug)
-{
-    EXPECT_EQ(g_debug, 0u);
-    EXPECT_EQ(captured([] { rtdiag("value %d of %s\n", 3, "x"); }), "");
-    rtSetDiag(1);
-    EXPECT_EQ(g_debug, 1u);
-    EXPECT_EQ(captured([] { rtdiag("value %d of %s\n", 3, "x"); }), "value 3 of x\n");
-    rtSetDiag(0x100);
-    EXPECT_EQ(g_debug, 0x100u);
-    EXPECT_EQ(captured([] { rtdiag("%s", "on"); }), "on");
-}
-
-TEST_F(RtDiag, DiagHexDumpOnlyWithDebug)
-{
-    EXPECT_EQ(captured([] { rtDiagHexDump(reinterpret_cast<const ASN1OCTET*>("A"), 1); }), "");
-    rtSetDiag(1);
-    EXPECT_EQ(captured([] { rtDiagHexDump(reinterpret_cast<const ASN1OCTET*>("A"), 1); }),
-              "41" + std::string(46, ' ') + " A\n");
-}
-
-std::string dump(const void* data, ASN1UINT count, ASN1UINT wordSize = 0)
+std::string dump(const void* data, ASN1UINT count, ASN1UINT wordSize)
 {
     char* text = nullptr;
     size_t size = 0;
     FILE* f = open_memstream(&text, &size);
-    if (wordSize == 0)
-        rtHexDumpToFile(f, static_cast<const ASN1OCTET*>(data), count);
-    else
-        rtHexDumpToFileEx(f, static_cast<const ASN1OCTET*>(data), count, wordSize);
+    const auto* octets = static_cast<const ASN1OCTET*>(data);
+    wordSize == 1 ? rtHexDumpToFile(f, octets, count) : rtHexDumpToFileEx(f, octets, count, wordSize);
     fclose(f);
-    std::string out(text, size);
-    free(text);
-    return out;
+    const std::string out(text, size);
+    return free(text), out;
 }
 
-TEST(RtHexDump, SeventeenOctetsMakeTwoLines)
+std::string captured(void (*body)())
 {
-    const char* in = "ABCDEFGHIJKLMNOPQ";
-    EXPECT_EQ(dump(in, 17),
-              "41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50  ABCDEFGHIJKLMNOP\n"
-              "51" + std::string(46, ' ') + " Q\n");
+    testing::internal::CaptureStdout();
+    body();
+    fflush(stdout);
+    return testing::internal::GetCapturedStdout();
 }
 
-TEST(RtHexDump, SixteenOctetsMakeOneFullLine)
-{
-    const ASN1OCTET in[16] = {0x00, 0x01, 0x1f, 0x20, 0x21, 0x30, 0x39, 0x41,
-                              0x5a, 0x61, 0x7a, 0x7e, 0x7f, 0x80, 0xc3, 0xff};
-    EXPECT_EQ(dump(in, 16), "00 01 1f 20 21 30 39 41 5a 61 7a 7e 7f 80 c3 ff  ... !09AZaz~....\n");
-}
+class RtStream : public CountedContext {
+protected:
+    // A stream record wired to the fake transport, unbuffered or with the 1024-octet buffer.
+    Asn1RTStream* open(ASN1USINT flags, bool buffered = false)
+    {
+        EXPECT_EQ(buffered ? rtStreamBufInit(&ctxt) : rtStreamInit(&ctxt), 0);
+        FakeTransport::wire(ctxt.stream, flags);
+        return ctxt.stream;
+    }
+    FakeTransport fake;
+};
 
-TEST(RtHexDump, TextColumnOfAPartialLine)
+// Every refusal of a stream function in the wrong state: the status it returns and the one
+// the error block keeps (none for a refused direct read or flush of the transport).
+TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
 {
-    // 0x7F prints ".", a blank prints a blank; trailing blanks of a partial line go.
-    const ASN1OCTET a[3] = {0x20, 0x7f, 0x41};
-    EXPECT_EQ(dump(a, 3), "20 7f 41" + std::string(40, ' ') + "  .A\n");
-    const ASN1OCTET b[3] = {0x41, 0x20, 0x20};
-    EXPECT_EQ(dump(b, 3), "41 20 20" + std::string(40, ' ') + " A\n");
-    const ASN1OCTET c[1] = {0x20};
-    EXPECT_EQ(dump(c, 1), "20" + std::string(46, ' ') + " \n");
-}
+    const ASN1USINT IN = RT_STREAM_INPUT, OUT = RT_STREAM_OUTPUT, BUF = RT_STREAM_BUFFERED;
+    // stream: 0 none, 1 plain, 2 buffered with an octet pending; missing: the transport function left null
+    const struct { const char* call; int stream; ASN1USINT flags; char missing; int result; } rows[] = {
+        {"flush", 0, 0, 0, -30}, {"flush", 1, IN, 0, -30}, {"flush", 1, OUT, 'f', 0},
+        {"write", 0, 0, 0, -32}, {"write", 1, IN, 0, -32}, {"write", 1, OUT, 'w', -32},
+        {"read", 0, 0, 0, -32}, {"read", 1, OUT, 0, -32}, {"read", 1, IN, 'r', -32},
+        {"iobytes", 0, 0, 0, -32}, {"close", 0, 0, 0, -32}, {"close", 1, OUT, 'c', -32},
+        {"close", 1, 0, 0, -32},  // neither input nor output
+        {"close", 1, OUT, 'f', 0}, {"close", 1, IN, 0, 0},
+        {"bufflush", 0, 0, 0, -30}, {"bufflush", 2, BUF | OUT, 'w', -32},  // octets pending, no write
+        {"bufflush", 1, IN, 0, -30}, {"bufclose", 0, 0, 0, -30}, {"bufclose", 1, 0, 0, -32},
+        {"bufflush", 2, BUF, 0, -30},  // buffered but not for output: the octets go, rtStreamFlush refuses
+    };
+    for (const auto& r : rows) {
+        SCOPED_TRACE(testing::Message() << r.call << ", stream " << r.stream << ", flags " << r.flags);
+        EXPECT_EQ(make_tuple(rtStreamRelease(&ctxt), ctxt.stream), make_tuple(0, nullptr));  // also with no stream
+        rtErrReset(&ctxt.errInfo), fake.clear();
+        if (r.stream != 0) {
+            Asn1RTStream* s = open(0, r.stream == 2);
+            s->flags = r.flags, ctxt.bufIndex = r.stream == 2 ? 1 : 0;
+            s->flush = r.missing == 'f' ? nullptr : s->flush, s->close = r.missing == 'c' ? nullptr : s->close;
+            s->read = r.missing == 'r' ? nullptr : s->read, s->write = r.missing == 'w' ? nullptr : s->write;
+        }
+        ASN1OCTET buf[4] = {};
+        const std::string c = r.call;
+        const int got = c == "flush" ? rtStreamFlush(&ctxt) : c == "write" ? rtStreamWrite(&ctxt, buf, 1)
+                      : c == "read" ? rtStreamRead(&ctxt, buf, 1) : c == "iobytes" ? rtStreamGetIOBytes(&ctxt)
+                      : c == "close" ? rtStreamClose(&ctxt) : c == "bufflush" ? rtStreamBufFlush(&ctxt)
+                                     : rtStreamBufClose(&ctxt);
+        const int writes = r.stream == 2 && r.flags == BUF;
+        EXPECT_EQ(make_tuple(got, ctxt.errInfo.status, fake.writes, fake.flushes), make_tuple(r.result, r.result, writes, 0));
+        EXPECT_TRUE(c != "close" || r.result != 0 || ctxt.stream->flags == 0) << "a good close clears the flags";
+    }
+    rtStreamRelease(&ctxt), rtErrReset(&ctxt.errInfo);  // the first refusal of a run is the one kept
+    EXPECT_EQ((Ints{rtStreamFlush(&ctxt), rtStreamRead(&ctxt, nullptr, 0), rtStreamWrite(&ctxt, nullptr, 0), rtStreamClose(&ctxt),
+                    ctxt.errInfo.status}), (Ints{-30, -32, -32, -32, -30}));
+    rtErrReset(&ctxt.errInfo), fake.clear();
+    ASSERT_EQ(rtStreamInit(&ctxt), 0);  // a zeroed record from the type heap
+    Asn1RTStream zero;
+    std::memset(&zero, 0, sizeof zero);
+    EXPECT_EQ(make_tuple(std::memcmp(ctxt.stream, &zero, sizeof zero), blockOf(ctxt.stream)->size),
+              make_tuple(0, sizeof(Asn1RTStream)));
+    Asn1RTStream* s = ctxt.stream;
+    FakeTransport::wire(s, RT_STREAM_OUTPUT);
+    // A positive result still counts the octets, a negative one is returned bare and counts nothing.
+    EXPECT_EQ((Ints{rtStreamWrite(&ctxt, bytes("abc"), 3), (fake.writeResult = 1, rtStreamWrite(&ctxt, bytes("de"), 2)),
+                    (fake.writeResult = -1, rtStreamWrite(&ctxt, bytes("fg"), 2)), int(s->ioBytes), rtStreamGetIOBytes(&ctxt),
+                    ctxt.errInfo.status}), (Ints{0, 1, -1, 5, 5, 0}));
+    EXPECT_EQ(fake.written, "abcde");
+    // Close of an output stream: a failing flush is returned and the stream stays open.
+    EXPECT_EQ((Ints{(fake.flushResult = 5, rtStreamFlush(&ctxt)), (fake.flushResult = -7, rtStreamClose(&ctxt)), s->flags,
+                    fake.closes, ctxt.errInfo.status}), (Ints{5, -7, RT_STREAM_OUTPUT, 0, 0}));
+    fake.flushResult = 0, fake.closeResult = 3;  // then the result of close
+    EXPECT_EQ((Ints{rtStreamClose(&ctxt), s->flags, fake.closes, fake.flushes}), (Ints{3, 0, 1, 3}));
+    s->flags = RT_STREAM_INPUT, s->ioBytes = 0, fake.source = "hello";
+    ASN1OCTET buf[8] = {};
+    EXPECT_EQ((Ints{rtStreamRead(&ctxt, buf, 3), rtStreamRead(&ctxt, buf + 3, 8), rtStreamRead(&ctxt, buf, 8),
+                    (fake.readResult = -2, rtStreamRead(&ctxt, buf, 8)), std::memcmp(buf, "hello", 5),
+                    rtStreamGetIOBytes(&ctxt), ctxt.errInfo.status}), (Ints{3, 2, 0, -2, 0, 5, 0}));
+    rtStreamRelease(&ctxt), rtErrReset(&ctxt.errInfo), fake.clear();  // buffered streams
+    alloc.failNext(1, 1);  // the stream record succeeds, the buffer fails
+    EXPECT_EQ(rtStreamBufInit(&ctxt), RT_E_NO_MEMORY);
+    EXPECT_EQ(make_tuple(ctxt.errInfo.status, ctxt.stream != nullptr, ctxt.stream->flags), make_tuple(-12, true, ASN1USINT(0)));
+    rtStreamRelease(&ctxt), rtErrReset(&ctxt.errInfo);
 
-TEST(RtHexDump, ThirtyTwoOctetsMakeTwoFullLines)
-{
-    ASN1OCTET in[32];
-    for (int i = 0; i < 32; i++)
-        in[i] = static_cast<ASN1OCTET>('a' + (i % 26));
-    EXPECT_EQ(dump(in, 32),
-              "61 62 63 64 65 66 67 68 69 6a 6b 6c 6d 6e 6f 70  abcdefghijklmnop\n"
-              "71 72 73 74 75 76 77 78 79 7a 61 62 63 64 65 66  qrstuvwxyzabcdef\n");
-}
+    Asn1RTStream* buffered = open(RT_STREAM_OUTPUT, true);
+    EXPECT_EQ(make_tuple(buffered->bufsize, buffered->flags, ctxt.bufSize, ctxt.bufDynamic, ctxt.bufIndex, ctxt.bitOffset,
+                         ctxt.savedState.index, rtStreamBufWrite(&ctxt, bytes("abc"), 3)),
+              make_tuple(1024u, ASN1USINT(RT_STREAM_BUFFERED | RT_STREAM_OUTPUT), 1024u, ASN1UINT8(1), 3u, ASN1SINT(8),
+                         0xffffffffu, 0));
+    EXPECT_EQ(fake.writes, 0);
+    // 3 + 1022 > 1024: the buffered octets go first, then the new ones are buffered.
+    const std::string x(1022, 'x'), y(1024, 'y'), w(5000, 'w');
+    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes(x.c_str()), 1022), 0);
+    EXPECT_EQ(make_tuple(fake.written, buffered->ioBytes, ctxt.bufIndex), make_tuple(std::string("abc"), 3u, 1022u));
+    EXPECT_EQ(std::memcmp(ctxt.bufData, x.data(), 1022), 0);
+    // 1024 octets or more go past the buffer, directly to the write function.
+    EXPECT_EQ((std::vector<int>{rtStreamBufWrite(&ctxt, bytes(y.c_str()), 1024), rtStreamBufWrite(&ctxt, bytes("z"), 1),
+                                rtWriteBytes(&ctxt, bytes(w.c_str()), 5000)}), std::vector<int>(3, 0));  // rtWriteBytes too
+    EXPECT_EQ(make_tuple(fake.written, buffered->ioBytes, ctxt.bufIndex), make_tuple("abc" + x + y + "z" + w, 7050u, 0u));
+    // Flush writes the pending octets directly (not counted), then flushes.
+    EXPECT_EQ((Ints{rtWriteBytes(&ctxt, bytes("hello"), 5), rtStreamBufFlush(&ctxt), rtStreamBufFlush(&ctxt)}), Ints(3, 0));
+    EXPECT_EQ(make_tuple(fake.written.substr(fake.written.size() - 5), buffered->ioBytes, fake.writes, fake.flushes,
+                         ctxt.errInfo.status), make_tuple(std::string("hello"), 7050u, 6, 2, 0));
 
-TEST(RtHexDump, NothingToShow)
-{
-    EXPECT_EQ(dump("", 0), "");
-    EXPECT_EQ(dump("abc", 3, 4), "");  // fewer octets than one word
-}
-
-bool littleEndian()
-{
+    // rtCheckBuffer flushes a stream first; still too large, the dynamic buffer grows.
+    ctxt.bufIndex = 1000;
+    EXPECT_EQ(rtCheckBuffer(&ctxt, 100), 0);
+    EXPECT_EQ(make_tuple(fake.written.size(), ctxt.bufIndex, ctxt.bufSize), make_tuple(size_t(8055), 0u, 1024u));
+    EXPECT_EQ(make_tuple(rtCheckBuffer(&ctxt, 2000), ctxt.bufSize), make_tuple(0, 1024u + 16384u));
+    // Close flushes what is pending and closes.
+    EXPECT_EQ((std::vector<int>{rtStreamBufWrite(&ctxt, bytes("tail"), 4), rtStreamBufClose(&ctxt)}), std::vector<int>(2, 0));
+    EXPECT_EQ(make_tuple(fake.written.substr(fake.written.size() - 4), fake.closes, buffered->flags),
+              make_tuple(std::string("tail"), 1, ASN1USINT(0)));
+    // Transport failures in the buffered layer: which are recorded in the error block.
+    Asn1RTStream* failing = (fake.clear(), open(RT_STREAM_OUTPUT, true));
+    const std::string big(2000, 'q');
+    fake.writeResult = 4;  // even a positive result of a direct write is recorded
+    EXPECT_EQ(make_tuple(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 2000), ctxt.errInfo.status), make_tuple(4, 4));
+    rtErrReset(&ctxt.errInfo), fake.writeResult = 0;
+    ASSERT_EQ(rtStreamBufWrite(&ctxt, bytes("abc"), 3), 0);
+    fake.writeResult = -9;  // the buffered octets cannot go: returned bare, kept
+    EXPECT_EQ(make_tuple(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 1022), ctxt.bufIndex, ctxt.errInfo.status),
+              make_tuple(-9, 3u, 0));
+    fake.writeResult = -4;
+    EXPECT_EQ(make_tuple(rtStreamBufFlush(&ctxt), ctxt.bufIndex, ctxt.errInfo.status), make_tuple(-4, 3u, -4));
+    rtErrReset(&ctxt.errInfo), fake.writeResult = -3;  // rtCheckBuffer records a failing flush
+    ctxt.bufIndex = ctxt.bufSize;
+    EXPECT_EQ(make_tuple(rtCheckBuffer(&ctxt, 1), ctxt.errInfo.status), make_tuple(-3, -3));
+    rtErrReset(&ctxt.errInfo), fake.writeResult = 0, fake.flushResult = -6;  // a failing flush on close: recorded, no close
+    failing->flags = RT_STREAM_BUFFERED | RT_STREAM_OUTPUT;
+    EXPECT_EQ(make_tuple(rtStreamBufClose(&ctxt), ctxt.errInfo.status, fake.closes), make_tuple(-6, -6, 0));
+    failing->flags = RT_STREAM_INPUT;  // input only: straight to rtStreamClose
+    EXPECT_EQ(make_tuple(rtStreamBufClose(&ctxt), fake.closes), make_tuple(0, 1));
+    // Diagnostics print only with g_debug set.
+    auto both = [] { rtdiag("value %d of %s\n", 3, "x"), rtDiagHexDump(reinterpret_cast<const ASN1OCTET*>("A"), 1); };
+    EXPECT_EQ(make_tuple(g_debug, captured(both)), make_tuple(0u, std::string()));
+    rtSetDiag(0x100);
+    EXPECT_EQ(make_tuple(g_debug, captured(both)), make_tuple(0x100u, "value 3 of x\n41" + std::string(46, ' ') + " A\n"));
+    rtSetDiag(0);
+    // The hexadecimal dump.
     const ASN1UINT one = 1;
-    unsigned char first;
-    std::memcpy(&first, &one, 1);
-    return first == 1;
-}
-
-TEST(RtHexDump, WordSizeFourShowsWholeWordsOnly)
-{
-    const ASN1OCTET in[6] = {0x01, 0x02, 0x41, 0x42, 0x05, 0x06};
-    const std::string word = littleEndian() ? "42410201" : "01024142";
-    EXPECT_EQ(dump(in, 6, 4), word + std::string(40, ' ') + " ..AB\n");
-}
-
-TEST(RtHexDump, WordSizeTwoFullLine)
-{
-    const char* in = "0123456789abcdef";
-    const std::string line = littleEndian()
-        ? "3130 3332 3534 3736 3938 6261 6463 6665 "
-        : "3031 3233 3435 3637 3839 6162 6364 6566 ";
-    EXPECT_EQ(dump(in, 16, 2), line + std::string(8, ' ') + " 0123456789abcdef\n");
-    // Seventeen octets with word size 2: eight items, the odd octet is not shown.
-    EXPECT_EQ(dump("0123456789abcdefg", 17, 2), line + std::string(8, ' ') + " 0123456789abcdef\n");
-}
-
-TEST(RtHexDump, WordSizeFourTwoLines)
-{
-    const char* in = "ABCDEFGHIJKLMNOPQRST";
-    const std::string l1 = littleEndian() ? "44434241 48474645 4c4b4a49 504f4e4d "
-                                          : "41424344 45464748 494a4b4c 4d4e4f50 ";
-    const std::string l2 = littleEndian() ? "54535251" : "51525354";
-    EXPECT_EQ(dump(in, 20, 4), l1 + std::string(12, ' ') + " ABCDEFGHIJKLMNOP\n" + l2 +
-                                   std::string(40, ' ') + " QRST\n");
-}
-
-TEST(RtHexDump, WordSizeEightStepsByFour)
-{
-    // 16 / 8 = 2 items a line, each a 4-octet word.
-    const char* in = "ABCDEFGHIJKL";
-    const std::string l1 = littleEndian() ? "44434241 48474645 " : "41424344 45464748 ";
-    const std::string l2 = littleEndian() ? "4c4b4a49" : "494a4b4c";
-    EXPECT_EQ(dump(in, 12, 8), l1 + std::string(30, ' ') + " ABCDEFGH        \n" + l2 +
-                                   std::string(40, ' ') + " IJKL\n");
+    const bool le = *reinterpret_cast<const unsigned char*>(&one) == 1;  // words print most significant first
+    const std::string b40(40, ' ');
+    const struct { const char* data; ASN1UINT count, wordSize; std::string expect; } dumps[] = {
+        {"ABCDEFGHIJKLMNOPQ", 17, 1,  // a full line and a partial one of one item
+         "41 42 43 44 45 46 47 48 49 4a 4b 4c 4d 4e 4f 50  ABCDEFGHIJKLMNOP\n51" + std::string(46, ' ') + " Q\n"},
+        {"\x00\x01\x1f\x20\x21\x30\x39\x41\x5a\x61\x7a\x7e\x7f\x80\xc3\xff", 16, 1,
+         "00 01 1f 20 21 30 39 41 5a 61 7a 7e 7f 80 c3 ff  ... !09AZaz~....\n"},
+        // 0x7F prints ".", a blank a blank; trailing blanks of a partial line's text go.
+        {"\x20\x7f\x41", 3, 1, "20 7f 41" + b40 + "  .A\n"},
+        {"\x41\x20\x20", 3, 1, "41 20 20" + b40 + " A\n"},
+        {" ", 1, 1, "20" + std::string(46, ' ') + " \n"},
+        {"", 0, 1, ""}, {"abc", 3, 4, ""},  // nothing, or fewer octets than one word
+        {"\x01\x02\x41\x42\x05\x06", 6, 4, (le ? "42410201" : "01024142") + b40 + " ..AB\n"},  // whole words only
+        {"ABCDEFGHIJKL", 12, 8,  // 16 / 8 = 2 items a line, each a 4-octet word
+         (le ? "44434241 48474645 " : "41424344 45464748 ") + std::string(30, ' ') + " ABCDEFGH        \n" +
+             (le ? "4c4b4a49" : "494a4b4c") + b40 + " IJKL\n"},
+    };
+    for (const auto& d : dumps)
+        EXPECT_EQ(dump(d.data, d.count, d.wordSize), d.expect) << d.count << " octets, word size " << d.wordSize;
 }
 
 }  // namespace
