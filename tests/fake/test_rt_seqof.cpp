@@ -1,25 +1,22 @@
 // ASN1CSeqOfList: ownership of the list by constructor, the mutators and their
-// modification count, readers, arrays, and the fail-fast iterator walked both ways.
+// modification count, readers, al, and the fail-fast iterator walked both ways.
 #include "asn1rt/seqoflist.h"
+#include "rt_alloc_counter.h"
 
-#include <gtest/gtest.h>
-
-#include <string.h>
-
-#include <string>
-#include <vector>
+using namespace rttest;
+using Step = std::tuple<void*, int>;  // braced lists of these run the calls left to right
 
 namespace {
 
 int values[8] = {10, 11, 12, 13, 14, 15, 16, 17};
+void* v(int i) { return &values[i - 10]; }  // the value i, by its address
 
-// The data pointers of the list, front to back, as indices into `values`.
-std::string order(const Asn1RTDList& list) {
+// The values of the list, front to back.
+std::string order(const Asn1RTDList* list)
+{
     std::string s;
-    for (Asn1RTDListNode* n = list.head; n; n = n->next) {
-        if (!s.empty()) s += ",";
-        s += std::to_string(*(int*)n->data);
-    }
+    for (Asn1RTDListNode* n = list->head; n; n = n->next)
+        s += (s.empty() ? "" : ",") + std::to_string(*(int*)n->data);
     return s;
 }
 
@@ -28,291 +25,132 @@ protected:
     ASN1BEREncodeBuffer buf;
 };
 
-TEST_F(SeqOfTest, OwnListIsAllocatedAndInitialised) {
-    ASN1CSeqOfList l(buf);
-    ASSERT_NE(nullptr, l.getList());
-    EXPECT_TRUE(l.isEmpty());
-    EXPECT_EQ(0, l.size());
-    EXPECT_EQ(buf.getCtxtPtr(), l.getCtxtPtr());
-    l.append(&values[0]);
-    l.append(&values[1]);
-    EXPECT_EQ("10,11", order(*l.getList()));
-}
-
-TEST_F(SeqOfTest, GivenListIsInitialisedOnlyWhenAsked) {
-    Asn1RTDList list;
-    list.count = 99;  // junk the constructor must clear
-    list.head = list.tail = nullptr;
-    {
-        ASN1CSeqOfList l(buf, list, 1);
-        EXPECT_EQ(0, l.size());
-        l.append(&values[2]);
-    }
-    EXPECT_EQ(1u, list.count) << "a given list survives its control";
-    EXPECT_EQ("12", order(list));
-    ASN1CSeqOfList again(buf, list, 0);
-    EXPECT_EQ(1, again.size()) << "left as it is";
-
+TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
+{
+    ASN1CSeqOfList own(buf);  // allocated on the type heap, initialised
+    EXPECT_EQ(make_tuple(own.getList() != nullptr, own.isEmpty(), own.size(), own.getCtxtPtr()),
+              make_tuple(true, true, 0, buf.getCtxtPtr()));
+    Asn1RTDList list{99, nullptr, nullptr};  // junk the constructor must clear
     ASN1TSeqOfList tl;
-    EXPECT_EQ(0u, tl.count);
-    ASN1CSeqOfList overT(buf, tl);
-    overT.append(&values[3]);
-    EXPECT_EQ(&tl, overT.getList());
-    EXPECT_EQ(1u, tl.count);
-}
+    ASN1CSeqOfList(buf, list, 1).append(v(12)), ASN1CSeqOfList(buf, tl).append(v(13));
+    // Initialised when asked, else left as it is; a given list survives its control.
+    EXPECT_EQ(make_tuple(order(&list), list.count, ASN1CSeqOfList(buf, list, 0).size(), tl.count), make_tuple("12", 1u, 1, 1u));
 
-TEST_F(SeqOfTest, ContextConstructorsTakeAReference) {
-    ASN1Context* c = new ASN1Context;
+    ASN1Context* c = new ASN1Context;  // the context constructors take a reference
     c->_ref();
     {
-        ASN1CSeqOfList own(*c);
+        ASN1CSeqOfList ownC(*c);
         ASN1TPDUSeqOfList pdu;
         ASN1CSeqOfList overPdu(*c, pdu);
-        EXPECT_EQ(3u, c->getRefCount());
-        own.append(&values[0]);
-        overPdu.append(&values[1]);
-        EXPECT_EQ(1u, pdu.count);
+        ownC.append(v(10)), overPdu.append(v(11));
+        EXPECT_EQ(make_tuple(c->getRefCount(), pdu.count), make_tuple(3u, 1u));
+        pdu.setContext(c);  // a PDU list holds its context, copies too
+        ASN1TPDUSeqOfList copy(pdu), assigned;
+        assigned = copy;
+        const unsigned withAll = c->getRefCount();
+        assigned.setContext(nullptr);
+        EXPECT_EQ(make_tuple(withAll, c->getRefCount()), make_tuple(6u, 5u));
     }
-    EXPECT_EQ(1u, c->getRefCount());
+    EXPECT_EQ(c->getRefCount(), 1u);
     c->_unref();
-
-    // Without buffer or context the control makes a context of its own.
-    Asn1RTDList list;
-    rtDListInit(&list);
-    {
-        ASN1CSeqOfList l(list);
-        ASSERT_NE(nullptr, l.getCtxtPtr());
-        EXPECT_NE(buf.getCtxtPtr(), l.getCtxtPtr());
-        l.append(&values[4]);
-        EXPECT_EQ(1u, list.count);
-    }
-}
-
-TEST_F(SeqOfTest, PduListHoldsItsContext) {
-    ASN1Context* c = new ASN1Context;
-    c->_ref();
-    {
-        ASN1TPDUSeqOfList a;
-        a.setContext(c);
-        EXPECT_EQ(2u, c->getRefCount());
-        ASN1TPDUSeqOfList b(a);
-        EXPECT_EQ(3u, c->getRefCount());
-        ASN1TPDUSeqOfList d;
-        d = b;
-        EXPECT_EQ(4u, c->getRefCount());
-        d.setContext(nullptr);
-        EXPECT_EQ(3u, c->getRefCount());
-    }
-    EXPECT_EQ(1u, c->getRefCount());
-    c->_unref();
-}
-
-TEST_F(SeqOfTest, MutatorsAndTheModificationCount) {
-    ASN1CSeqOfList l(buf);
-    l.append(&values[0]);
-    l.append(&values[1]);
-    l.append(&values[2]);
-    EXPECT_EQ(3, l.getModCount());
-
-    Asn1RTDListNode* n = l.insert(1, &values[5]);
-    ASSERT_NE(nullptr, n);
-    EXPECT_EQ(&values[5], n->data);
-    EXPECT_EQ("10,15,11,12", order(*l.getList()));
-    EXPECT_EQ(nullptr, l.insert(9, &values[6])) << "past the count";
-    EXPECT_EQ(5, l.getModCount()) << "the count rises all the same";
-
-    EXPECT_NE(nullptr, l.insertBefore(&values[6], l.getList()->head));
-    EXPECT_NE(nullptr, l.insertAfter(&values[7], l.getList()->tail));
-    EXPECT_EQ("16,10,15,11,12,17", order(*l.getList()));
-    EXPECT_NE(nullptr, l.insertBefore(&values[3], nullptr)) << "null appends";
-    EXPECT_NE(nullptr, l.insertAfter(&values[4], nullptr)) << "null links at the head";
-    EXPECT_EQ("14,16,10,15,11,12,17,13", order(*l.getList()));
-    EXPECT_EQ(9, l.getModCount());
-
-    l.remove(0);
-    l.remove((void*)&values[17 - 10]);
-    l.remove(l.getList()->tail);
-    EXPECT_EQ("16,10,15,11,12", order(*l.getList()));
-    EXPECT_EQ(12, l.getModCount());
-    l.remove(99);
-    l.remove((void*)&values[7]);
-    l.remove((Asn1RTDListNode*)nullptr);
-    EXPECT_EQ(12, l.getModCount()) << "nothing found, nothing counted";
-
-    EXPECT_EQ(&values[5], l.set(2, &values[7]));
-    EXPECT_EQ("16,10,17,11,12", order(*l.getList()));
-    EXPECT_EQ(nullptr, l.set(5, &values[0]));
-    EXPECT_EQ(13, l.getModCount());
-
-    l.clear();
-    EXPECT_TRUE(l.isEmpty());
-    EXPECT_EQ(14, l.getModCount());
-}
-
-TEST_F(SeqOfTest, Readers) {
-    ASN1CSeqOfList l(buf);
-    EXPECT_EQ(nullptr, l.getFirst());
-    EXPECT_EQ(nullptr, l.getLast());
-    EXPECT_EQ(nullptr, l.get(0));
-    for (int i = 0; i < 4; ++i) l.append(&values[i]);
-    EXPECT_EQ(&values[0], l.getFirst());
-    EXPECT_EQ(&values[3], l.getLast());
-    EXPECT_EQ(&values[2], l.get(2));
-    EXPECT_EQ(nullptr, l.get(4));
-    EXPECT_EQ(&values[0], l.get(-1)) << "an index under 1 reads the head";
-    EXPECT_EQ(3, l.indexOf(&values[3]));
+    ASN1CSeqOfList l(list);  // without buffer or context: a context of its own
+    l.append(v(14));
+    EXPECT_EQ(make_tuple(l.getCtxtPtr() != nullptr, l.getCtxtPtr() != buf.getCtxtPtr(), list.count), make_tuple(true, true, 2u));
+    // Mutators raise the modification count.
+    ASN1CSeqOfList ml(buf);
+    ml.append(v(10)), ml.append(v(11)), ml.append(v(12));
+    Asn1RTDListNode* n = ml.insert(1, v(15));
+    EXPECT_EQ((Ptrs{n ? n->data : nullptr, ml.insert(9, v(16))}), (Ptrs{v(15), nullptr})) << "past the count: none";
+    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("10,15,11,12", 5)) << "counted all the same";
+    // Null appends before, links at the head after.
+    EXPECT_EQ((std::vector<bool>{ml.insertBefore(v(16), ml.getList()->head) != nullptr,
+                                 ml.insertAfter(v(17), ml.getList()->tail) != nullptr, ml.insertBefore(v(13), nullptr) != nullptr,
+                                 ml.insertAfter(v(14), nullptr) != nullptr}), std::vector<bool>(4, true));
+    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("14,16,10,15,11,12,17,13", 9));
+    ml.remove(0), ml.remove(v(17)), ml.remove(ml.getList()->tail);
+    ml.remove(99), ml.remove(v(17)), ml.remove((Asn1RTDListNode*)nullptr);  // nothing found, nothing counted
+    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("16,10,15,11,12", 12));
+    EXPECT_EQ((Ptrs{ml.set(2, v(17)), ml.set(5, v(10))}), (Ptrs{v(15), nullptr}));  // counted once
+    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("16,10,17,11,12", 13));
+    // Readers: an index under 1 reads the head; pointers are compared, not values.
     int other = 10;
-    EXPECT_EQ(-1, l.indexOf(&other)) << "pointers are compared, not values";
-    EXPECT_EQ(4, l.size());
-}
-
-TEST_F(SeqOfTest, Arrays) {
-    ASN1CSeqOfList l(buf);
-    int arr[3] = {7, 8, 9};
-    l.appendArray(arr, 3, (int)sizeof(int));
-    EXPECT_EQ(3, l.size());
-    EXPECT_EQ(&arr[1], l.get(1)) << "nodes point into the array";
-
-    int copies[2] = {20, 21};
-    l.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int));
-    EXPECT_EQ(5, l.size()) << "the count is a length in octets";
-    EXPECT_NE((void*)&copies[0], l.get(3));
-    EXPECT_EQ(20, *(int*)l.get(3));
-
-    int modBefore = l.getModCount();
-    l.appendArray(arr, -1, (int)sizeof(int));
-    l.appendArrayCopy(copies, -8, (int)sizeof(int));
-    EXPECT_EQ(5, l.size()) << "negative counts append nothing";
-    EXPECT_EQ(modBefore + 2, l.getModCount());
-
-    int* all = (int*)l.toArray((int)sizeof(int));
-    ASSERT_NE(nullptr, all);
-    EXPECT_EQ(7, all[0]);
-    EXPECT_EQ(21, all[4]);
-
-    int small[2] = {0, 0};
-    int* used = (int*)l.toArray(small, (int)sizeof(int), 2);
-    EXPECT_NE(small, used) << "too small: a new array from the heap";
-    EXPECT_EQ(9, used[2]);
-    int big[8] = {0};
-    EXPECT_EQ(big, l.toArray(big, (int)sizeof(int), 8));
-    EXPECT_EQ(20, big[3]);
-}
-
-TEST_F(SeqOfTest, FreeAllFreesHeapCopies) {
-    ASN1CSeqOfList l(buf);
-    int copies[3] = {1, 2, 3};
-    l.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int));
-    ASSERT_EQ(3, l.size());
-    int before = l.getModCount();
-    l.freeAll();
-    EXPECT_TRUE(l.isEmpty());
-    EXPECT_EQ(nullptr, l.getList()->head);
-    EXPECT_EQ(before + 1, l.getModCount());
-}
-
-TEST_F(SeqOfTest, IteratorWalksForwardAndStopsAtTheEnd) {
-    ASN1CSeqOfList l(buf);
-    for (int i = 0; i < 3; ++i) l.append(&values[i]);
-    ASN1CSeqOfListIterator* it = l.iterator();
-    ASSERT_NE(nullptr, it);
-    EXPECT_EQ(0, it->getState());
-    std::vector<int> seen;
-    while (it->hasNext()) seen.push_back(*(int*)it->next());
-    EXPECT_EQ((std::vector<int>{10, 11, 12}), seen);
-    EXPECT_EQ(nullptr, it->next());
-    EXPECT_EQ(-8, it->getState());
-    EXPECT_EQ(nullptr, it->prev()) << "no next node: nothing to step back from";
-    EXPECT_EQ(-8, it->getState());
-
-    ASN1CSeqOfList empty(buf);
+    EXPECT_EQ(make_tuple(ml.getFirst(), ml.getLast(), ml.get(2), ml.get(5), ml.get(-1), ml.indexOf(v(11)), ml.indexOf(&other)),
+              make_tuple(v(16), v(12), v(17), nullptr, v(16), 3, -1));
+    ml.clear();
+    EXPECT_EQ(make_tuple(ml.isEmpty(), ml.getModCount(), ml.getFirst(), ml.getLast(), ml.get(0)),
+              make_tuple(true, 14, nullptr, nullptr, nullptr));
+    // Arrays.
+    ASN1CSeqOfList al(buf);
+    int arr[3] = {7, 8, 9}, copies[2] = {20, 21};
+    al.appendArray(arr, 3, (int)sizeof(int));
+    al.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int));  // a length in octets
+    EXPECT_EQ(make_tuple(al.size(), al.get(1), *(int*)al.get(3), al.get(3) != copies), make_tuple(5, (void*)&arr[1], 20, true));
+    const int mod = al.getModCount();
+    al.appendArray(arr, -1, (int)sizeof(int)), al.appendArrayCopy(copies, -8, (int)sizeof(int));  // negative: nothing
+    EXPECT_EQ(make_tuple(al.size(), al.getModCount()), make_tuple(5, mod + 2));
+    int small[2] = {0, 0}, big[8] = {0};
+    int* all = (int*)al.toArray((int)sizeof(int));
+    int* used = (int*)al.toArray(small, (int)sizeof(int), 2);  // too small: a new array from the heap
+    ASSERT_TRUE(all != nullptr && used != small && al.toArray(big, (int)sizeof(int), 8) == big);
+    EXPECT_EQ(make_tuple(all[0], all[4], used[2], big[3]), make_tuple(7, 21, 9, 20));
+    ASN1CSeqOfList freed(buf);  // freeAll frees the heap copies too
+    freed.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int));
+    freed.freeAll();
+    EXPECT_EQ(make_tuple(freed.isEmpty(), freed.getList()->head, freed.getModCount()), make_tuple(true, nullptr, 2));
+    // The iterator, both ways.
+    ASN1CSeqOfList walked(buf), empty(buf);
+    walked.append(v(10)), walked.append(v(11)), walked.append(v(12));
+    ASN1CSeqOfListIterator* it = walked.iterator();
+    ASSERT_EQ(it ? it->getState() : -1, 0);
+    Ptrs seen;
+    while (it->hasNext())
+        seen.push_back(it->next());
+    EXPECT_EQ(seen, (Ptrs{v(10), v(11), v(12)}));
+    // At the end: null and -8; no next node, so nothing to step back from either.
+    EXPECT_EQ((Step{it->next(), it->getState()}), Step(nullptr, -8));
     ASN1CSeqOfListIterator* e = empty.iterator();
-    EXPECT_EQ(nullptr, e->next());
-    EXPECT_EQ(-8, e->getState());
-}
+    EXPECT_EQ((Ptrs{it->prev(), e->next()}), (Ptrs{nullptr, nullptr}));
+    EXPECT_EQ(make_tuple(it->getState(), e->getState()), make_tuple(-8, -8));
 
-TEST_F(SeqOfTest, IteratorWalksBackward) {
-    ASN1CSeqOfList l(buf);
-    for (int i = 0; i < 3; ++i) l.append(&values[i]);
-    ASN1CSeqOfListIterator* it = l.iteratorFromLast();
-    EXPECT_EQ(&values[2], it->prev());
-    EXPECT_EQ(&values[1], it->prev());
-    EXPECT_EQ(&values[0], it->prev());
-    EXPECT_EQ(nullptr, it->prev()) << "past the head";
-    EXPECT_EQ(-8, it->getState());
-
-    ASN1CSeqOfListIterator* mid = l.iteratorFrom(&values[1]);
-    EXPECT_EQ(&values[1], mid->next());
-    EXPECT_EQ(&values[2], mid->next());
-    EXPECT_EQ(nullptr, mid->next());
-
-    ASN1CSeqOfListIterator* turn = l.iterator();
-    EXPECT_EQ(&values[0], turn->next());
-    EXPECT_EQ(&values[1], turn->next());
-    EXPECT_EQ(&values[1], turn->prev()) << "turning round returns the same element";
-    EXPECT_EQ(&values[0], turn->prev());
-
+    ASN1CSeqOfListIterator* back = walked.iteratorFromLast();
+    EXPECT_EQ((Ptrs{back->prev(), back->prev(), back->prev()}), (Ptrs{v(12), v(11), v(10)}));
+    EXPECT_EQ((Step{back->prev(), back->getState()}), Step(nullptr, -8)) << "past the head";
+    ASN1CSeqOfListIterator* mid = walked.iteratorFrom(v(11));
+    EXPECT_EQ((Ptrs{mid->next(), mid->next(), mid->next()}), (Ptrs{v(11), v(12), nullptr}));
+    ASN1CSeqOfListIterator* turn = walked.iterator();  // turning round returns the same element
+    EXPECT_EQ((Ptrs{turn->next(), turn->next(), turn->prev(), turn->prev()}), (Ptrs{v(10), v(11), v(11), v(10)}));
     int missing = 0;
-    ASN1CSeqOfListIterator* none = l.iteratorFrom(&missing);
-    EXPECT_FALSE(none->hasNext());
-}
-
-TEST_F(SeqOfTest, StaleIteratorFailsFast) {
-    ASN1CSeqOfList l(buf);
-    l.append(&values[0]);
-    ASN1CSeqOfListIterator* it = l.iterator();
-    l.append(&values[1]);
-    EXPECT_EQ(nullptr, it->next());
-    EXPECT_EQ(-27, it->getState());
-    EXPECT_EQ(-27, it->remove());
-    EXPECT_EQ(-27, it->set(&values[2]));
-    EXPECT_EQ(-27, it->insert(&values[2]));
-    EXPECT_EQ(nullptr, it->prev());
-    EXPECT_EQ(2, l.size()) << "nothing changed through the stale iterator";
-    EXPECT_EQ(0, buf.getStatus()) << "iterators leave the error block alone";
-}
-
-TEST_F(SeqOfTest, IteratorRemoveSetInsert) {
-    ASN1CSeqOfList l(buf);
-    for (int i = 0; i < 4; ++i) l.append(&values[i]);
-    ASN1CSeqOfListIterator* it = l.iterator();
-    EXPECT_EQ(-28, it->remove()) << "nothing returned yet";
-    EXPECT_EQ(-28, it->getState());
-    EXPECT_EQ(-28, it->set(&values[7]));
-
-    EXPECT_EQ(&values[0], it->next());
-    EXPECT_EQ(&values[1], it->next());
-    EXPECT_EQ(0, it->remove());
-    EXPECT_EQ(-28, it->remove()) << "twice in a row";
-    EXPECT_EQ(&values[2], it->next()) << "still valid after its own removal";
-    EXPECT_EQ(0, it->set(&values[6]));
-    EXPECT_EQ("10,16,13", order(*l.getList()));
-
-    EXPECT_EQ(0, it->insert(&values[5]));
-    EXPECT_EQ("10,16,15,13", order(*l.getList()));
-    EXPECT_EQ(-28, it->set(&values[7])) << "insert forgets the element returned last";
-    EXPECT_EQ(&values[3], it->next());
-    EXPECT_EQ(0, it->insert(&values[4]));
-    EXPECT_EQ("10,16,15,13,14", order(*l.getList())) << "at the end it appends";
-    EXPECT_EQ(nullptr, it->next());
-
+    EXPECT_FALSE(walked.iteratorFrom(&missing)->hasNext());
+    // Remove, set and insert through the iterator.
+    ASN1CSeqOfList edited(buf);
+    for (int i = 10; i < 14; ++i)
+        edited.append(v(i));
+    ASN1CSeqOfListIterator* cur = edited.iterator();
+    EXPECT_EQ((std::tuple<int, int, int>{cur->remove(), cur->getState(), cur->set(v(17))}), make_tuple(-28, -28, -28));
+    EXPECT_EQ((Ptrs{cur->next(), cur->next()}), (Ptrs{v(10), v(11)}));
+    EXPECT_EQ((Ints{cur->remove(), cur->remove()}), (Ints{0, -28})) << "twice in a row";
+    EXPECT_EQ(cur->next(), v(12)) << "still valid after its own removal";
+    EXPECT_EQ((Ints{cur->set(v(16)), cur->insert(v(15)), cur->set(v(17))}), (Ints{0, 0, -28})) << "insert forgets the last";
+    EXPECT_EQ(order(edited.getList()), "10,16,15,13");
+    EXPECT_EQ((Step{cur->next(), cur->insert(v(14))}), Step(v(13), 0));
+    EXPECT_EQ(make_tuple(order(edited.getList()), cur->next()), make_tuple("10,16,15,13,14", nullptr)) << "at the end it appends";
     // Removing backward moves the next node on to the successor.
-    ASN1CSeqOfListIterator* back = l.iteratorFromLast();
-    EXPECT_EQ(&values[4], back->prev());
-    EXPECT_EQ(0, back->remove());
-    EXPECT_EQ(nullptr, back->next()) << "the removed tail had no successor";
-    EXPECT_EQ("10,16,15,13", order(*l.getList()));
+    ASN1CSeqOfListIterator* rev = edited.iteratorFromLast();
+    EXPECT_EQ((Step{rev->prev(), rev->remove()}), Step(v(14), 0));
+    EXPECT_EQ(make_tuple(rev->next(), order(edited.getList())), make_tuple(nullptr, "10,16,15,13")) << "no successor";
+
+    // A change behind its back makes an iterator stale; nothing goes through it.
+    ASN1CSeqOfListIterator* stale = edited.iterator();
+    edited.append(v(11));
+    EXPECT_EQ((Step{stale->next(), stale->getState()}), Step(nullptr, -27));
+    EXPECT_EQ((Step{stale->prev(), stale->remove() + stale->set(v(12)) + stale->insert(v(12))}), Step(nullptr, -81));
+    EXPECT_EQ(make_tuple(edited.size(), buf.getStatus()), make_tuple(5, 0)) << "iterators leave the error block alone";
 }
 
-TEST(SeqOfLayout, Sizes) {
-    static_assert(sizeof(ASN1CSeqOfList) == (sizeof(void*) == 8 ? 40 : 24),
-                  "ASN1CType, list, modification count, flag");
-    static_assert(sizeof(ASN1CSeqOfListIterator) == (sizeof(void*) == 8 ? 32 : 20),
-                  "list object, next, last returned, expected count, status");
-    static_assert(sizeof(ASN1TSeqOfList) == sizeof(Asn1RTDList), "stands for the list");
-    static_assert(sizeof(ASN1TPDUSeqOfList) == sizeof(Asn1RTDList) + sizeof(void*),
-                  "the context pointer right behind the list header");
-    SUCCEED();
-}
+static_assert(sizeof(ASN1CSeqOfList) == (sizeof(void*) == 8 ? 40 : 24), "ASN1CType, list, modification count, flag");
+static_assert(sizeof(ASN1CSeqOfListIterator) == (sizeof(void*) == 8 ? 32 : 20),
+              "list object, next, last returned, expected count, status");
+static_assert(sizeof(ASN1TSeqOfList) == sizeof(Asn1RTDList) &&
+              sizeof(ASN1TPDUSeqOfList) == sizeof(Asn1RTDList) + sizeof(void*), "the context pointer behind the list");
 
 }  // namespace
