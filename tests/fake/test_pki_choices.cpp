@@ -1,0 +1,437 @@
+// Choice values of the object model: the traits singletons and the put step, general names
+// with their one-character text form and comparison, the Time choice picked by the year,
+// the CMS values; and the signer infos and subjectAltName lists of the corpus.
+#include "pki/cert_id.h"
+#include "pki/choice.h"
+#include "pki/cms_values.h"
+#include "pki/general_name.h"
+#include "support/testsupport.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <map>
+
+using namespace Quorvane;
+using namespace Quorvane::ASN1;
+using testsupport::hexOf;
+using testsupport::thrownHr;
+
+namespace {
+
+std::string squeeze(std::string s) {
+    s.erase(std::remove(s.begin(), s.end(), ' '), s.end());
+    return s;
+}
+CBlob der(const std::string& h) { return testsupport::blobOf(testsupport::hex(h)); }
+std::string hrText(HRESULT hr) {
+    char text[16];
+    std::snprintf(text, sizeof text, "!%08X", static_cast<unsigned>(hr));
+    return text;
+}
+// The text f gives, or "!" and the HRESULT it throws.
+template <class F>
+std::string outcome(F f) {
+    try {
+        return f();
+    } catch (const ATL::CAtlException& e) {
+        return hrText(e.m_hr);
+    }
+}
+const char* const kNameA = "300C310A300806035504030C0161";  // CN=a
+const char* const kNameB = "300C310A300806035504030C0162";  // CN=b
+
+CGeneralName named(int type, const wchar_t* text, const char* hex = "") {
+    CGeneralName n;
+    if (type == 2) n.put_rfc822Name(text);
+    if (type == 3) n.put_dNSName(text);
+    if (type == 5) n.put_directoryName(der(hex));
+    if (type == 7) n.put_uniformResourceIdentifier(text);
+    if (type == 8) n.put_iPAddress(der(hex));
+    if (type == 9) n.put_registeredID(text);
+    return n;
+}
+
+TEST(ChoiceFramework, FindTraitsOfTheFourClasses) {
+    typedef std::wstring W;
+    const ChoiceValueTraits* e = &EmptyChoiceTraits::instance;
+    const ChoiceValueTraits* general[] = {e, e, &ChoiceValueTraitsT<W, 2>::instance, &ChoiceValueTraitsT<W, 3>::instance,
+                                          e, &ChoiceValueTraitsT<CBlob, 5>::instance, e,
+                                          &ChoiceValueTraitsT<W, 7>::instance, &ChoiceValueTraitsT<CBlob, 8>::instance,
+                                          &ChoiceValueTraitsT<W, 9>::instance, e};
+    const ChoiceValueTraits* others[][3] = {
+        {e, e, e},
+        {&ChoiceValueTraitsT<CDateTime, 1>::instance, &ChoiceValueTraitsT<CBlob, 1>::instance,
+         &ChoiceValueTraitsT<CGeneralNames, 1>::instance},
+        {&ChoiceValueTraitsT<CDateTime, 2>::instance, &ChoiceValueTraitsT<COtherHashAlgAndValue, 2>::instance, e},
+        {e, e, e}};
+    CGeneralNameImpl g;
+    CTimeChoiceImpl t;
+    COtherHashImpl h;
+    CDistributionPointNameImpl d;
+    for (unsigned i = 0; i < 11; ++i) {
+        EXPECT_EQ(g.findTraits(i), general[i]) << i;
+        EXPECT_EQ(e->isType(i), i == 0) << i;
+        EXPECT_EQ(general[3]->isType(i), i == 3) << i;
+    }
+    for (unsigned i = 0; i < 4; ++i) {
+        EXPECT_EQ(t.findTraits(i), others[i][0]) << i;
+        EXPECT_EQ(h.findTraits(i), others[i][1]) << i;
+        EXPECT_EQ(d.findTraits(i), others[i][2]) << i;
+    }
+    // The empty alternative stores a pointer word: made from, copied and freed as one.
+    void* word = &g;
+    void* made = e->newValue(&word);
+    EXPECT_EQ(*static_cast<void**>(made), word);
+    e->copyValue(made, &e);
+    EXPECT_EQ(*static_cast<const void**>(made), e);
+    e->deleteValue(made);
+}
+
+// Type 1 records the calls made on it; type 99 has no traits.
+std::string g_calls;
+struct Probe : ChoiceValueTraits {
+    bool isType(unsigned int type) const override { return type == 1; }
+    void deleteValue(void* v) const override {
+        g_calls += v ? "delete;" : "delete(null);";
+        delete static_cast<int*>(v);
+    }
+    void* newValue(const void* s) const override {
+        g_calls += "new;";
+        return new int(*static_cast<const int*>(s));
+    }
+    void copyValue(void*, const void*) const override {}
+};
+const Probe g_probe{};
+struct ProbeImpl : Choice {
+    ~ProbeImpl() override { findTraits(m_type)->deleteValue(m_value); }
+    const ChoiceValueTraits* findTraits(unsigned int type) const override { return type == 99 ? nullptr : &g_probe; }
+};
+
+TEST(ChoiceFramework, PutStepCopyAndAssignment) {
+    ProbeImpl impl;
+    const int one = 1, two = 2;
+    choicePut(impl, 1, &one);
+    choicePut(impl, 1, &two);
+    EXPECT_EQ(g_calls, "delete(null);new;delete;new;") << "the old value goes before the new one is made";
+    EXPECT_EQ(thrownHr([&] { choicePut(impl, 99, &one); }), E_INVALIDARG);
+    EXPECT_EQ(*static_cast<int*>(impl.m_value), 2) << "the guard comes before the old value goes";
+
+    CGeneralName a = named(2, L"a@example.org");
+    a.put_dNSName(L"example.org");
+    EXPECT_EQ(a.get_type(), 3u);
+    EXPECT_EQ(a.get_rfc822Name(), nullptr);
+    CGeneralName b(a);
+    EXPECT_NE(b.get_dNSName(), a.get_dNSName()) << "a deep copy";
+    const wchar_t* before = a.get_dNSName();
+    a = a;
+    EXPECT_EQ(a.get_dNSName(), before) << "assignment to itself does nothing";
+    b.clear();
+    b = a;
+    EXPECT_STREQ(b.get_dNSName(), L"example.org") << "assignment revives a clear()ed object";
+    CTimeChoice t, u(CDateTime(2060u, 1, 1, 0, 0, 0, 0, 0));
+    t.clear();
+    t = u;
+    EXPECT_EQ(t.get_type(), 2u);
+}
+
+TEST(GeneralName, DecodeAndEncode) {
+    const struct {
+        const char *wire, *result;  // type and what encode() gives, or "!" and the HRESULT of decode()
+    } rows[] = {
+        {"81056140622E63", "2 81056140622E63"},
+        {"82076578616D706C65", "3 82076578616D706C65"},
+        {"A40E300C310A300806035504030C0161", "5 A40E300C310A300806035504030C0161"},
+        {"8608687474703A2F2F78", "7 8608687474703A2F2F78"},
+        {"88062A864886F70D", "9 88062A864886F70D"},
+        {"8704C0A80001", "5 !80093101"},  // the address stored as a directory name
+        {"A00B06032A0304A0040C026869", "!80070057"},  // otherName
+        {"A506A1040C026869", "!80070057"},            // ediPartyName
+        {"0402AABB", "!80093101"},
+    };
+    for (const auto& row : rows) {
+        CGeneralName name = named(7, L"kept");
+        EXPECT_EQ(outcome([&] {
+                      name.decode(der(row.wire));
+                      return std::to_string(name.get_type()) + " " + outcome([&] { return hexOf(name.encode()); });
+                  }),
+                  row.result);
+        if (row.result[0] == '!') {
+            EXPECT_STREQ(name.get_uniformResourceIdentifier(), L"kept") << row.wire;
+        }
+    }
+    CGeneralName ip;
+    ip.decode(der("8704C0A80001"));
+    EXPECT_EQ(ip.get_iPAddress(), nullptr);
+    EXPECT_EQ(hexOf(*ip.get_directoryName()), "C0A80001");
+    ip.decode(der("8201FF"));
+    EXPECT_STREQ(ip.get_dNSName(), L"\uFFFD") << "bytes that are no UTF-8 are replaced, not refused";
+
+    // Built by hand; a text needing more than one byte a character does not convert.
+    const struct {
+        CGeneralName name;
+        const char* encoded;
+    } built[] = {
+        {CGeneralName(), "!80070057"},           {named(9, L"abc"), "!80070057"},
+        {named(3, L"b\u00FCcher"), "!80070057"}, {named(8, nullptr, "C0A80001"), "8704C0A80001"},
+        {named(8, nullptr), "8700"},             {named(3, L""), "8200"},
+        {named(5, nullptr, "0401AA"), "!80093101"},
+    };
+    for (const auto& row : built)
+        EXPECT_EQ(outcome([&] { return hexOf(row.name.encode()); }), row.encoded);
+}
+
+TEST(GeneralName, ToStringAndEqualityByFirstCharacter) {
+    const struct {
+        CGeneralName name;
+        const wchar_t* text;
+    } rows[] = {
+        {named(2, L"user@example.org"), L"rfc822Name: u"},
+        {named(3, L"example"), L"dNSName: e"},
+        {named(3, L""), L"dNSName: "},
+        {named(5, nullptr, kNameA), L"directoryName: CN=a"},
+        {named(7, L"http://x"), L"uniformResourceIdentifier: h"},
+        {named(8, nullptr, "C0A80001"), L"iPAddress: (to string is not implemented)"},
+        {named(9, L"1.2.3"), L"registeredID: 1"},
+        {CGeneralName(), L""},
+    };
+    for (const auto& row : rows)
+        EXPECT_STREQ(row.name.toString().c_str(), row.text);
+    EXPECT_EQ(thrownHr([] { named(5, nullptr, "C0A80001").toString(); }), CRYPT_E_ASN1_INTERNAL);
+    CGeneralName whole;
+    whole.decode(named(3, L"example").encode());
+    EXPECT_STREQ(whole.get_dNSName(), L"example") << "the codec keeps the whole text";
+
+    const struct {
+        CGeneralName a, b;
+        bool equal;
+    } pairs[] = {
+        {named(3, L"alpha"), named(3, L"apple"), true},  {named(3, L"alpha"), named(3, L"beta"), false},
+        {named(3, L"a"), named(2, L"a"), false},          {named(9, L"1.2"), named(9, L"1.3"), true},
+        {named(7, L""), named(7, L""), true},             {named(2, L""), named(2, L"x"), false},
+        {named(5, nullptr, kNameA), named(5, nullptr, kNameA), true},
+        {named(5, nullptr, kNameA), named(5, nullptr, kNameB), false},
+        {named(8, nullptr, "0A000001"), named(8, nullptr, "0A000002"), false},
+        {CGeneralName(), CGeneralName(), true},
+    };
+    for (const auto& p : pairs) {
+        EXPECT_EQ(p.a == p.b, p.equal) << &p - pairs;
+        EXPECT_EQ(p.a != p.b, !p.equal) << &p - pairs;
+    }
+}
+
+TEST(GeneralName, Lists) {
+    CGeneralNames names{named(2, L"x@y"), named(8, nullptr, "0A000001")};
+    asn1Decode<ASN1T_GeneralNames_traits, CGeneralNames>(der("3009820161820162820163"), names);
+    ASSERT_EQ(names.size(), 3u) << "a decoded list replaces what was there";
+    EXPECT_STREQ(names.back().get_dNSName(), L"c");
+    const CGeneralNames back{named(8, nullptr, "C0A80001"), named(3, L"a.example")};
+    EXPECT_EQ(hexOf(asn1Encode<ASN1T_GeneralNames_traits, CGeneralNames>(back)),
+              squeeze("3011 8704C0A80001 8209612E6578616D706C65"));
+    EXPECT_EQ(thrownHr([] { asn1Encode<ASN1T_GeneralNames_traits, CGeneralNames>(CGeneralNames()); }),
+              CRYPT_E_ASN1_INTERNAL) << "GeneralNames has SIZE (1..MAX)";
+}
+
+TEST(TimeChoice, TheYearPicksTheKind) {
+    const struct {
+        CDateTime time;
+        const char* wire;  // type and encoding
+        unsigned backYear;
+    } rows[] = {
+        {CDateTime(2049u, 12, 31, 23, 59, 59, 0, 0), "1 170D3439313233313233353935395A", 2049},
+        {CDateTime(2050u, 1, 1, 0, 0, 0, 0, 0), "2 180F32303530303130313030303030305A", 2050},
+        {CDateTime(2024u, 5, 1, 12, 30, 15, 999, 0), "1 170D3234303530313132333031355A", 2024},
+        {CDateTime(1949u, 6, 1, 0, 0, 0, 0, 0), "1 170D3439303630313030303030305A", 2049},  // a century on
+    };
+    for (const auto& row : rows) {
+        const CTimeChoice t(row.time);
+        EXPECT_EQ(std::to_string(t.get_type()) + " " + hexOf(t.encode()), row.wire);
+        CTimeChoice back;
+        back.decode(t.encode());
+        EXPECT_EQ(back.get_time()->year(), row.backYear);
+    }
+    EXPECT_EQ(hexOf(CTimeChoice().encode()), "170D3730303130313030303030305A") << "1 January 1970";
+
+    const struct {
+        const char *wire, *result;  // type and time, or "!" and the HRESULT
+    } decoded[] = {
+        {"180F32303330303130313132303030305A", "1 20300101120000Z"},  // the wire's kind is not kept
+        {"1811 3230353030313031313230303030 2E355A", "2 20500101120000Z"},
+        {"170D3530303130313030303030305A", "1 19500101000000Z"},
+        {"180F31353030303130313030303030305A", "!80070057"},  // before 1601
+        {"0401AA", "!80093101"},
+    };
+    for (const auto& row : decoded) {
+        CTimeChoice t;
+        EXPECT_EQ(outcome([&] {
+                      t.decode(der(row.wire));
+                      return std::to_string(t.get_type()) + " " + t.get_time()->getGeneralizedTime().c_str();
+                  }),
+                  row.result);
+    }
+    ctxt_handle h;
+    ASSERT_TRUE(h.init());
+    const CDateTime late = rows[2].time;
+    EXPECT_STREQ(DateToASN1GeneralizedTime(h.get(), late, true), "20240501123015Z") << "999 ms cut, not rounded";
+    EXPECT_STREQ(DateToASN1GeneralizedTime(h.get(), late, false), "20240501123015.999Z");
+    h.release();
+    const char *text1 = nullptr, *text2 = nullptr;
+    ASN1CGeneralizedTime general(text1, 1);
+    ASN1CUTCTime utc(text2, 1);
+    EXPECT_EQ(GetASN1CTimeString(late, general) + " " + GetASN1CTimeString(late, utc), "20240501123015Z 240501123015Z");
+}
+
+// version 3, sid [0] 01020304 or issuerAndSerialNumber (CN=a, 5); SHA-256, RSA, AABBCC.
+const std::string kAlgs = "300D06096086480165030402010500300D06092A864886F70D01010105000403AABBCC";
+
+TEST(CmsValues, SignerInfoStoresAlgorithmsBeforeTheSignerIdentifier) {
+    CSignerInfo si;
+    EXPECT_EQ(thrownHr([&] { asn1Decode<ASN1T_SignerInfo_traits, CSignerInfo>(der("302C020103800401020304" + kAlgs), si); }),
+              CRYPT_E_ASN1_INTERNAL);
+    EXPECT_EQ(si.get_version(), 3u);
+    EXPECT_STREQ(si.get_digestAlgorithm().get_algorithm(), "2.16.840.1.101.3.4.2.1");
+    EXPECT_STREQ(si.get_signatureAlgorithm().get_algorithm(), "1.2.840.113549.1.1.1");
+    EXPECT_EQ(hexOf(si.get_signature()), "AABBCC");
+    EXPECT_EQ(si.get_issuer().cbData(), 0u);
+
+    CSignerInfo full;
+    asn1Decode<ASN1T_SignerInfo_traits, CSignerInfo>(der("3039020101 3011" + std::string(kNameA) + "020105" + kAlgs), full);
+    EXPECT_EQ(hexOf(full.get_issuer()) + " " + hexOf(full.get_serialNumber()), std::string(kNameA) + " 05");
+    EXPECT_NE(full, si);
+    si = full;
+    const CBlob padded = der("0005");
+    si.put_serialNumber(CBigInteger(padded.pbData(), padded.cbData()));
+    EXPECT_EQ(full, si) << "serial numbers compare by value: 00 05 is 05";
+    si.put_issuer(der(kNameB));
+    EXPECT_NE(full, si);
+}
+
+TEST(CmsValues, ContentInfoCertificateValuesAndOtherHash) {
+    const struct {
+        const char *type, *content, *wire;
+    } rows[] = {
+        {"1.2.840.113549.1.7.1", "04026869", "301106092A864886F70D010701A00404026869"},
+        {"1.2.840.113549.1.7.1", "020105", "!80093101"},  // not the OCTET STRING of its type
+        {"1.2.3.4", "020105", "300A06032A0304A003020105"},
+        {"1..2", "0500", "!80070057"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(outcome([&] { return hexOf(CContentInfo(row.type, der(row.content)).encode()); }), row.wire);
+    CContentInfo ci;
+    ci.decode(der(rows[0].wire));
+    EXPECT_EQ(std::string(ci.get_contentType()) + " " + hexOf(ci.get_content()), "1.2.840.113549.1.7.1 04026869");
+    ASN1BERDecodeBuffer scratch;
+    asn1data::ASN1T_ContentInfo temp;
+    ASN1T_ContentInfo_traits::set(scratch.getCtxtPtr(), temp, der("3080 06092A864886F70D010701 A080 04026869 0000 0000"));
+    CBlob back;
+    ASN1T_ContentInfo_traits::get(temp, back);
+    EXPECT_EQ(hexOf(back), rows[0].wire) << "indefinite lengths come back as DER";
+    EXPECT_EQ(thrownHr([&] { ASN1T_ContentInfo_traits::set(scratch.getCtxtPtr(), temp, der("0401AA")); }),
+              CRYPT_E_ASN1_INTERNAL);
+
+    CCertificateValues certs, again;
+    certs.emplace_back();
+    certs.back().readFromFile((std::string(CHAINVET_FIXTURES_DIR) + "/pki/leaf.der").c_str());
+    again.push_back(CBlob(2));
+    again.decode(certs.encode());
+    EXPECT_TRUE(again == static_cast<CBlobList&>(certs));
+    certs.push_back(der("0401AA"));
+    EXPECT_EQ(thrownHr([&] { certs.encode(); }), CRYPT_E_ASN1_INTERNAL);
+
+    COtherHashAlgAndValue sha1(der("AABB"), CAlgorithmIdentifier("1.3.14.3.2.26")), decoded;
+    EXPECT_EQ(hexOf(sha1.encode()), "300D300706052B0E03021A0402AABB");
+    decoded.decode(sha1.encode());
+    EXPECT_EQ(decoded, sha1);
+    CAlgorithmIdentifier withNull("1.3.14.3.2.26");
+    withNull.put_parameters(der("0500"));
+    decoded.put_hashAlgorithm(withNull);
+    EXPECT_NE(decoded, sha1);
+    EXPECT_TRUE(decoded.compare_hashValue(sha1)) << "the algorithm does not count";
+}
+
+// Every signer info of the signed messages and time-stamp tokens the catalogue reads; the
+// catalogue's own refusals are listed by its corpus test.
+TEST(PkiChoicesCorpus, SignerInfosOfSignedMessagesAndTokens) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    std::map<std::string, int> counts;
+    for (const char* kind : {"cms-signed", "tsp-response"}) {
+        for (const std::string& path : testsupport::corpusByKind(kind)) {
+            const std::vector<uint8_t> bytes = testsupport::readFile(path);
+            ASN1BERDecodeBuffer buffer(bytes.data(), static_cast<int>(bytes.size()));
+            asn1data::ASN1T_TimeStampResp resp;
+            const bool cms = std::strcmp(kind, "cms-signed") == 0;
+            const int stat = cms ? asn1data::ASN1C_ContentInfo(buffer, resp.timeStampToken).Decode()
+                                 : asn1data::ASN1C_TimeStampResp(buffer, resp).Decode();
+            const asn1data::ASN1T_ContentInfo& token = resp.timeStampToken;
+            if (stat < 0 || (!cms && !resp.m.timeStampTokenPresent)) {
+                ++counts[stat < 0 ? "message the catalogue refuses" : "response without a token"];
+                continue;
+            }
+            ASSERT_STREQ(toOID(token.contentType).c_str(), "1.2.840.113549.1.7.2") << path;
+            ++counts[std::string(kind) + " messages"];
+            const auto* signedData = static_cast<const asn1data::ASN1T_SignedData*>(token.content.decoded);
+            for (const Asn1RTDListNode* n = signedData->signerInfos.head; n != nullptr; n = n->next) {
+                const auto& info = *static_cast<const asn1data::ASN1T_SignerInfo*>(n->data);
+                CSignerInfo si;
+                const std::string result = outcome([&] {
+                    ASN1T_SignerInfo_get(si, info);
+                    return "read, issuer " + hexOf(si.get_issuer()).substr(0, 2);
+                });
+                EXPECT_EQ(result, info.sid.t == 1 ? "read, issuer 30" : "!80093101") << path;
+                ++counts[info.sid.t == 1 ? result : "refused, subjectKeyIdentifier " + result];
+            }
+        }
+    }
+    for (const auto& c : counts)
+        std::printf("signer infos of the corpus: %-45s %d\n", c.first.c_str(), c.second);
+    EXPECT_GT(counts["read, issuer 30"], 20);
+    EXPECT_GT(counts["tsp-response messages"], 0);
+}
+
+// Lists without an unmodelled alternative decode; those without an address go back
+// unchanged, those with one fail in the directory-name path.
+TEST(PkiChoicesCorpus, SubjectAltNamesOfCertificates) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    std::map<std::string, int> counts;
+    for (const std::string& path : testsupport::corpusByKind("cert")) {
+        const std::vector<uint8_t> bytes = testsupport::readFile(path);
+        ASN1BERDecodeBuffer buffer(bytes.data(), static_cast<int>(bytes.size()));
+        asn1data::ASN1T_Certificate cert;
+        if (asn1data::ASN1C_Certificate(buffer, cert).Decode() < 0) {
+            ++counts["certificate the catalogue refuses"];
+            continue;
+        }
+        for (const Asn1RTDListNode* n = cert.toBeSigned.extensions.head; n != nullptr; n = n->next) {
+            const auto& ext = *static_cast<const asn1data::ASN1T_Extension*>(n->data);
+            if (std::strcmp(toOID(ext.extnID).c_str(), "2.5.29.17") != 0)
+                continue;
+            const CBlob wire(ext.extnValue.data, ext.extnValue.numocts);
+            std::string expected = hexOf(wire);
+            ASN1BERDecodeBuffer raw(wire.pbData(), static_cast<int>(wire.cbData()));
+            asn1data::ASN1T_GeneralNames list;
+            ASSERT_GE(asn1data::ASN1C_GeneralNames(raw, list).Decode(), 0) << path;
+            for (const Asn1RTDListNode* g = list.head; g != nullptr; g = g->next) {
+                const unsigned t = static_cast<const asn1data::ASN1T_GeneralName*>(g->data)->t;
+                if (t == 8 && expected[0] != '!')
+                    expected = "!80093101";
+                if (t == 1 || t == 4 || t == 6)
+                    expected = "!80070057 on decoding";
+            }
+            CGeneralNames names;
+            const std::string result = outcome([&] {
+                asn1Decode<ASN1T_GeneralNames_traits, CGeneralNames>(wire, names);
+                counts["general names"] += static_cast<int>(names.size());
+                return outcome([&] { return hexOf(asn1Encode<ASN1T_GeneralNames_traits, CGeneralNames>(names)); });
+            });
+            EXPECT_EQ(result + (result == "!80070057" ? " on decoding" : ""), expected) << path;
+            ++counts[expected[0] != '!'          ? "lists re-encoded identically"
+                     : expected == "!80093101" ? "lists with an address, refused by encode"
+                                               : "lists with otherName, refused by decode"];
+        }
+    }
+    for (const auto& c : counts)
+        std::printf("subjectAltName of the corpus: %-35s %d\n", c.first.c_str(), c.second);
+    EXPECT_GT(counts["lists re-encoded identically"], 20);
+}
+
+}  // namespace
