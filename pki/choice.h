@@ -27,8 +27,9 @@ public:
 // and its newValue reads that word through `source` unchecked.
 template <class T, unsigned int N>
 class ChoiceValueTraitsT : public ChoiceValueTraits {
-public:
     constexpr ChoiceValueTraitsT() {}
+
+public:
     bool isType(unsigned int type) const override { return type == N; }
     void deleteValue(void* value) const override { delete static_cast<T*>(value); }
     void* newValue(const void* source) const override { return new T(*static_cast<const T*>(source)); }

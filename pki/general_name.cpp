@@ -5,6 +5,7 @@
 #include <climits>
 #include <cstring>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -52,7 +53,11 @@ const wchar_t* textOf(const CGeneralNameImpl& impl, unsigned int type) {
     return text ? text->c_str() : nullptr;
 }
 
+// The temporary wide string refuses a null text in the words callers have always seen,
+// whatever the standard library of the day says.
 void putText(CGeneralNameImpl& impl, unsigned int type, const wchar_t* text) {
+    if (text == nullptr)
+        throw std::logic_error("basic_string::_S_construct NULL not valid");
     const std::wstring value(text);
     choicePut(impl, type, &value);
 }

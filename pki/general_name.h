@@ -45,6 +45,7 @@ public:
     const CBlob* get_iPAddress() const;
     const wchar_t* get_registeredID() const;
 
+    // A null text throws std::logic_error "basic_string::_S_construct NULL not valid".
     void put_rfc822Name(const wchar_t* text);
     void put_dNSName(const wchar_t* text);
     void put_directoryName(const CBlob& name);
