@@ -108,6 +108,17 @@ struct Walked : Dec {
         const int len = asn1rt::berWriteBack(&c, walk);
         return len < 0 ? "status " + std::to_string(len) : testsupport::toHex(xe_getp(&c), (size_t)len);
     }
+    // All a walk leaves but its nodes: status, counts, form, and the context's cursor, saved state and flags.
+    std::string state() const
+    {
+        const ASN1UINT v[] = {(ASN1UINT)status, walk.count, walk.der, walk.consumed, walk.maxDepth, walk.segmented,
+                              c.bufIndex, c.savedState.index, c.savedState.flags, (ASN1UINT)c.savedState.bitOffset,
+                              c.flags, (ASN1UINT)c.errInfo.status};
+        std::string s;
+        for (ASN1UINT x : v)
+            s += std::to_string((int)x) + " ";
+        return s;
+    }
     asn1rt::BerWalk walk;
     int status;
 };
