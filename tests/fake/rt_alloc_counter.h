@@ -19,32 +19,30 @@ namespace rttest {
 
 using std::make_tuple;
 using std::tie;
+using Ptrs = std::vector<void*>;
+using Ints = std::vector<int>;  // braced lists run their calls left to right: Ints{f(), g()}
 
 class CountingAllocator {
 public:
-    CountingAllocator() : m_malloc(g_malloc_func), m_realloc(g_realloc_func), m_free(g_free_func)
+    CountingAllocator() : m_saved(g_malloc_func, g_realloc_func, g_free_func)
     {
-        s_current = this;
-        g_malloc_func = &doMalloc, g_realloc_func = &doRealloc, g_free_func = &doFree;
+        s_current = this, g_malloc_func = &doMalloc, g_realloc_func = &doRealloc, g_free_func = &doFree;
     }
     ~CountingAllocator()
     {
-        g_malloc_func = m_malloc, g_realloc_func = m_realloc, g_free_func = m_free;
+        std::tie(g_malloc_func, g_realloc_func, g_free_func) = m_saved, s_current = nullptr;
         for (void* p : m_live)  // blocks a test leaked on purpose
             std::free(p);
-        s_current = nullptr;
     }
     size_t live() const { return m_live.size(); }
     bool isLive(const void* p) const { return m_live.count(const_cast<void*>(p)) != 0; }
     size_t mallocCalls() const { return requests.size(); }
     void failNext(size_t n = 1, size_t skip = 0) { m_failCount = n, m_failSkip = skip; }  // after `skip` successes
 
-    std::vector<size_t> requests;     // sizes asked for
-    std::vector<void*> contexts;      // allocator arguments of the requests
-    std::vector<void*> freeContexts;  // allocator arguments of the frees
-    size_t frees = 0, reallocs = 0;
-    size_t badFrees = 0;              // frees naming no live block (kept from free())
-    size_t limit = size_t(64) << 20;  // requests above it fail without allocating
+    std::vector<size_t> requests;                     // sizes asked for
+    std::vector<void*> contexts, freeContexts;        // allocator arguments of the requests and of the frees
+    size_t frees = 0, reallocs = 0, badFrees = 0;     // badFrees: frees naming no live block (kept from free())
+    size_t limit = size_t(64) << 20;                  // requests above it fail without allocating
 
 private:
     static void* doMalloc(void* memContext, size_t size)
@@ -60,25 +58,18 @@ private:
     static void* doRealloc(void*, void*, size_t) { return s_current->reallocs++, nullptr; }
     static void doFree(void* memContext, void* ptr)
     {
-        CountingAllocator* self = s_current;
-        self->frees++, self->freeContexts.push_back(memContext);
+        s_current->frees++, s_current->freeContexts.push_back(memContext);
         if (ptr != nullptr)
-            self->m_live.erase(ptr) == 0 ? (void)self->badFrees++ : std::free(ptr);
+            s_current->m_live.erase(ptr) == 0 ? (void)s_current->badFrees++ : std::free(ptr);
     }
-
     static inline CountingAllocator* s_current = nullptr;
-    rtMallocFunc m_malloc;
-    rtReallocFunc m_realloc;
-    rtFreeFunc m_free;
+    std::tuple<rtMallocFunc, rtReallocFunc, rtFreeFunc> m_saved;
     std::set<void*> m_live;
     size_t m_failCount = 0, m_failSkip = 0;
 };
 
 inline RtMemHeap* heapOf(void* handle) { return static_cast<RtMemHeap*>(handle); }
 inline RtMemBlock* blockOf(void* payload) { return reinterpret_cast<RtMemBlock*>(static_cast<char*>(payload) - 48); }
-
-using Ptrs = std::vector<void*>;
-using Ints = std::vector<int>;  // braced lists run their calls left to right: Ints{f(), g()}
 
 // The payloads of a heap's blocks from the head on, the back links checked on the way.
 inline Ptrs blocks(void* handle)
@@ -99,7 +90,7 @@ protected:
     void TearDown() override
     {
         rtFreeContext(&ctxt);
-        EXPECT_EQ(std::make_tuple(alloc.live(), alloc.badFrees), std::make_tuple(size_t(0), size_t(0)));
+        EXPECT_EQ(make_tuple(alloc.live(), alloc.badFrees), make_tuple(0u, 0u));
     }
     static const ASN1OCTET* bytes(const char* s) { return reinterpret_cast<const ASN1OCTET*>(s); }
     CountingAllocator alloc;
@@ -110,8 +101,7 @@ protected:
 // field (a read its count while that field is 0).
 struct FakeTransport {
     std::string written, source;
-    int writes = 0, flushes = 0, closes = 0;
-    int writeResult = 0, flushResult = 0, closeResult = 0, readResult = 0;
+    int writes = 0, flushes = 0, closes = 0, writeResult = 0, flushResult = 0, closeResult = 0, readResult = 0;
 
     FakeTransport() { s_current = this; }
     ~FakeTransport() { s_current = nullptr; }

@@ -7,55 +7,50 @@
 #include <ctime>
 
 using rttest::Ints;
+using std::make_tuple;
+using Strs = std::vector<std::string>;  // braced: the calls run left to right
 
 namespace {
 
-// Owns one runtime context for the C-layer tests.
-struct Ctxt {
-    ASN1CTXT c;
-    Ctxt() { EXPECT_EQ(0, rtInitContext(&c, nullptr)); }
-    ~Ctxt() { rtFreeContext(&c); }
-    ASN1CTXT* operator&() { return &c; }
-    int status() const { return c.errInfo.status; }
+struct Ctxt : ASN1CTXT {  // one runtime context for the C-layer tests
+    Ctxt() { EXPECT_EQ(0, rtInitContext(this, nullptr)); }
+    ~Ctxt() { rtFreeContext(this); }
 };
 
 struct UtcZone : ::testing::Test {
     void SetUp() override { setenv("TZ", "UTC", 1), tzset(); }
 };
 
-// The fields as "2024-02-29 12:00:00 +01+30 .25 Z" (Z: the UTC flag, L: local).
+// The fields as "2024-02-29 12:00:00 +01+30 L .25" (Z: the UTC flag, L: local; the fraction only when there is one),
+// and back.
 std::string show(const RtTimeFields& f)
 {
     char out[96];
-    snprintf(out, sizeof out, "%04d-%02d-%02d %02d:%02d:%02d %+03d%+03d .%s %s", f.year, f.month, f.day, f.hour,
-             f.minute, f.second, f.diffHour, f.diffMin, f.fraction, f.utc ? "Z" : "L");
+    snprintf(out, sizeof out, "%04d-%02d-%02d %02d:%02d:%02d %+03d%+03d %c%s%s", f.year, f.month, f.day, f.hour, f.minute,
+             f.second, f.diffHour, f.diffMin, f.utc ? 'Z' : 'L', *f.fraction ? " ." : "", f.fraction);
     return out;
+}
+RtTimeFields fields(const char* s)
+{
+    RtTimeFields f{};
+    char zone = 'L';
+    sscanf(s, "%hd-%hd-%hd %hd:%hd:%hd %hd%hd %c .%20s", &f.year, &f.month, &f.day, &f.hour, &f.minute, &f.second,
+           &f.diffHour, &f.diffMin, &zone, f.fraction);
+    return f.utc = zone == 'Z', f;
 }
 
 // A parse as text: the fields, or the status when refused ("-31"), with a note when the
 // error block missed the refusal or a field was stored all the same.
 std::string parse(int (*parser)(ASN1CTXT*, const char*, RtTimeFields*), const char* text)
 {
-    Ctxt ctxt;
+    Ctxt c;
     RtTimeFields f;
     memset(&f, 0x55, sizeof f);
-    const int st = parser(&ctxt, text, &f);
+    const int st = parser(&c, text, &f);
     if (st == 0)
-        return show(f) + (ctxt.status() != 0 ? " (block set)" : "");
-    return std::to_string(st) + (ctxt.status() != st ? " (not in the block)" : "") +
+        return show(f) + (c.errInfo.status != 0 ? " (block set)" : "");
+    return std::to_string(st) + (c.errInfo.status != st ? " (not in the block)" : "") +
            ((unsigned short)f.year != 0x5555 ? " (stored)" : "");
-}
-
-RtTimeFields fields(int y, int mo, int d, int h, int mi, int s, int dh = 0, int dm = 0, const char* frac = "",
-                    int utc = 1)
-{
-    RtTimeFields f;
-    memset(&f, 0, sizeof f);
-    f.year = (ASN1SINT)y, f.month = (ASN1SINT)mo, f.day = (ASN1SINT)d, f.hour = (ASN1SINT)h;
-    f.minute = (ASN1SINT)mi, f.second = (ASN1SINT)s, f.diffHour = (ASN1SINT)dh, f.diffMin = (ASN1SINT)dm;
-    strncpy(f.fraction, frac, 20);
-    f.utc = (ASN1UINT8)utc;
-    return f;
 }
 
 // A setter's result and the object's text after it: "0 2024022912Z".
@@ -64,73 +59,66 @@ std::string set(int result, const char* const& text) { return std::to_string(res
 TEST_F(UtcZone, ParseAndMakeTables)
 {
     const char* const rows[][2] = {
-        {"20240229120000Z", "2024-02-29 12:00:00 +00+00 . Z"}, {"20230229120000Z", "-31"}, {"19000229120000Z", "-31"},
-        {"20000229120000Z", "2000-02-29 12:00:00 +00+00 . Z"},
-        {"2024010112.5Z", "-31"}, {"202401011230.5Z", "-31"},  // a fraction needs seconds
-        {"20240101120000.000Z", "2024-01-01 12:00:00 +00+00 . Z"},  // leading zeros are not kept
-        {"20240101120000.005Z", "2024-01-01 12:00:00 +00+00 .5 Z"},
-        {"20240101120000.1050Z", "2024-01-01 12:00:00 +00+00 .1050 Z"},
-        {"20240101120000,25+0130", "2024-01-01 12:00:00 +01+30 .25 L"},
-        {"20240101120000.Z", "-31"}, {"20240101120000+13", "-31"}, {"20240101120000+1260", "-31"},
-        {"20240101120000+x", "-31"}, {"20240101120000+12", "2024-01-01 12:00:00 +12+00 . L"},
-        {"202401011230-0545", "2024-01-01 12:30:00 -05-45 . L"},
-        {"2024010112", "2024-01-01 12:00:00 +00+00 . L"}, {"2024010112 local", "2024-01-01 12:00:00 +00+00 . L"},
-        {"20240101120000Zx", "-31"}, {"20241301120000Z", "-31"}, {"20240001120000Z", "-31"},
-        {"20240431120000Z", "-31"}, {"20240101240000Z", "-31"}, {"20240101126000Z", "-31"},
-        {"20240101120060Z", "-31"}, {"20240101", "-31"}, {"2024", "-31"}, {"", "-31"},
-        {"99991231235959Z", "9999-12-31 23:59:59 +00+00 . Z"},
+        {"20240229120000Z", "2024-02-29 12:00:00 +00+00 Z"}, {"20000229120000Z", "2000-02-29 12:00:00 +00+00 Z"},
+        {"20230229120000Z", "-31"}, {"19000229120000Z", "-31"}, {"2024010112.5Z", "-31"}, {"202401011230.5Z", "-31"},
+        {"20240101120000.000Z", "2024-01-01 12:00:00 +00+00 Z"},  // leading zeros are not kept
+        {"20240101120000.005Z", "2024-01-01 12:00:00 +00+00 Z .5"},
+        {"20240101120000.1050Z", "2024-01-01 12:00:00 +00+00 Z .1050"},
+        {"20240101120000,25+0130", "2024-01-01 12:00:00 +01+30 L .25"},
+        {"20240101120000+12", "2024-01-01 12:00:00 +12+00 L"}, {"202401011230-0545", "2024-01-01 12:30:00 -05-45 L"},
+        {"2024010112", "2024-01-01 12:00:00 +00+00 L"}, {"2024010112 local", "2024-01-01 12:00:00 +00+00 L"},
+        {"99991231235959Z", "9999-12-31 23:59:59 +00+00 Z"},
+        {"20240101120000.Z", "-31"}, {"20240101120000+13", "-31"}, {"20240101120000+1260", "-31"}, {"20240101120000+x", "-31"},
+        {"20240101120000Zx", "-31"}, {"20241301120000Z", "-31"}, {"20240001120000Z", "-31"}, {"20240431120000Z", "-31"},
+        {"20240101240000Z", "-31"}, {"20240101126000Z", "-31"}, {"20240101120060Z", "-31"}, {"20240101", "-31"},
+        {"2024", "-31"}, {"", "-31"},
         // 22 digits after two leading zeros: 20 are kept, the rest reads as a local zone.
-        {"20240101120000.001234567890123456789012Z", "2024-01-01 12:00:00 +00+00 .12345678901234567890 L"},
+        {"20240101120000.001234567890123456789012Z", "2024-01-01 12:00:00 +00+00 L .12345678901234567890"},
     };
-    for (const auto& row : rows)
-        EXPECT_EQ(parse(rtParseGeneralizedTime, row[0]), row[1]) << row[0];
     for (const auto& row : rows)
         EXPECT_EQ(parse(rtParseGeneralizedTime, row[0]), row[1]) << row[0];
     // UTCTime, with the 2049/2050 century rule.
     const char* const utcRows[][2] = {
-        {"240101120000Z", "2024-01-01 12:00:00 +00+00 . Z"}, {"500101120000Z", "1950-01-01 12:00:00 +00+00 . Z"},
-        {"491231235959Z", "2049-12-31 23:59:59 +00+00 . Z"}, {"000229000000Z", "2000-02-29 00:00:00 +00+00 . Z"},
-        {"2401011200Z", "2024-01-01 12:00:00 +00+00 . Z"}, {"240101120000", "-31"},  // no zone
-        {"240101120000+0130", "2024-01-01 12:00:00 +01+30 . L"}, {"2401011200-0500", "2024-01-01 12:00:00 -05+00 . L"},
-        {"2401011200-05", "-31"}, {"2401011200+1300", "-31"}, {"2401011200+0160", "-31"},
-        {"240229120000Z", "2024-02-29 12:00:00 +00+00 . Z"}, {"230229120000Z", "-31"}, {"240101120000Zx", "-31"},
-        {"2401011260Z", "-31"}, {"2401012400Z", "-31"}, {"240101120060Z", "-31"}, {"24010112Z", "-31"},
-        {"240101120000.5Z", "-31"}, {"2401", "-31"},
+        {"240101120000Z", "2024-01-01 12:00:00 +00+00 Z"}, {"500101120000Z", "1950-01-01 12:00:00 +00+00 Z"},
+        {"491231235959Z", "2049-12-31 23:59:59 +00+00 Z"}, {"000229000000Z", "2000-02-29 00:00:00 +00+00 Z"},
+        {"2401011200Z", "2024-01-01 12:00:00 +00+00 Z"}, {"240101120000+0130", "2024-01-01 12:00:00 +01+30 L"},
+        {"2401011200-0500", "2024-01-01 12:00:00 -05+00 L"}, {"240229120000Z", "2024-02-29 12:00:00 +00+00 Z"},
+        {"240101120000", "-31"}, {"2401011200-05", "-31"}, {"2401011200+1300", "-31"}, {"2401011200+0160", "-31"},
+        {"230229120000Z", "-31"}, {"240101120000Zx", "-31"}, {"2401011260Z", "-31"}, {"2401012400Z", "-31"},
+        {"240101120060Z", "-31"}, {"24010112Z", "-31"}, {"240101120000.5Z", "-31"}, {"2401", "-31"},
     };
     for (const auto& row : utcRows)
         EXPECT_EQ(parse(rtParseUTCTime, row[0]), row[1]) << row[0];
     Ctxt ctxt;  // the first error of the run stays
     RtTimeFields f;
-    EXPECT_EQ((Ints{rtParseGeneralizedTime(&ctxt, "20231301000000Z", &f), rtParseUTCTime(&ctxt, "x", &f), ctxt.status(),
-                    (ctxt.c.errInfo.status = 0, rtParseGeneralizedTime(&ctxt, "20231201000000Z", &f)), ctxt.status()}),
+    EXPECT_EQ((Ints{rtParseGeneralizedTime(&ctxt, "20231301000000Z", &f), rtParseUTCTime(&ctxt, "x", &f), ctxt.errInfo.status,
+                    (ctxt.errInfo.status = 0, rtParseGeneralizedTime(&ctxt, "20231201000000Z", &f)), ctxt.errInfo.status}),
               (Ints{-31, -31, -31, 0, 0}));
-    // The writer.
-    const struct { RtTimeFields f; const char* text; } makeRows[] = {  // null: refused with -31
-        {fields(2024, 1, 1, 12, 0, 0), "20240101120000Z"}, {fields(2024, 1, 1, 12, 0, 0, 0, 0, "5"), "20240101120000.5Z"},
-        {fields(2024, 1, 1, 12, 0, 0, 0, 0, "", 0), "20240101120000"},
-        {fields(2024, 1, 1, 12, 0, 0, -5, -30, "", 0), "20240101120000-0530"},
-        {fields(2024, 1, 1, 12, 0, 0, 0, -30, "", 0), "20240101120000-0030"},
-        {fields(2024, 1, 1, 12, 0, 0, 1, 30, "", 0), "20240101120000+0130"},
-        {fields(2024, 1, 1, 12, 0, 0, 12, 0), "20240101120000Z"}, {fields(5, 6, 7, 8, 9, 10), "00050607080910Z"},
-        {fields(2024, 2, 29, 0, 0, 0), "20240229000000Z"}, {fields(2023, 2, 29, 0, 0, 0), nullptr},
-        {fields(10000, 1, 1, 0, 0, 0), nullptr}, {fields(-1, 1, 1, 0, 0, 0), nullptr},
-        {fields(2024, 13, 1, 0, 0, 0), nullptr}, {fields(2024, 4, 31, 0, 0, 0), nullptr},
-        {fields(2024, 1, 1, 24, 0, 0), nullptr}, {fields(2024, 1, 1, 0, 60, 0), nullptr},
-        {fields(2024, 1, 1, 0, 0, 60), nullptr}, {fields(2024, 1, 1, 0, 0, 0, 13, 0, "", 0), nullptr},
-        {fields(2024, 1, 1, 0, 0, 0, -13, 0, "", 0), nullptr}, {fields(2024, 1, 1, 0, 0, 0, 0, 60, "", 0), nullptr},
+    const char* const makeRows[][2] = {  // the writer; null: refused with -31
+        {"2024-01-01 12:00:00 +00+00 Z", "20240101120000Z"}, {"2024-01-01 12:00:00 +00+00 Z .5", "20240101120000.5Z"},
+        {"2024-01-01 12:00:00 +00+00 L", "20240101120000"}, {"2024-01-01 12:00:00 -05-30 L", "20240101120000-0530"},
+        {"2024-01-01 12:00:00 +00-30 L", "20240101120000-0030"}, {"2024-01-01 12:00:00 +01+30 L", "20240101120000+0130"},
+        {"2024-01-01 12:00:00 +12+00 Z", "20240101120000Z"}, {"0005-06-07 08:09:10 +00+00 Z", "00050607080910Z"},
+        {"2024-02-29 00:00:00 +00+00 Z", "20240229000000Z"}, {"2023-02-29 00:00:00 +00+00 Z", nullptr},
+        {"10000-01-01 00:00:00 +00+00 Z", nullptr}, {"-001-01-01 00:00:00 +00+00 Z", nullptr},
+        {"2024-13-01 00:00:00 +00+00 Z", nullptr}, {"2024-04-31 00:00:00 +00+00 Z", nullptr},
+        {"2024-01-01 24:00:00 +00+00 Z", nullptr}, {"2024-01-01 00:60:00 +00+00 Z", nullptr},
+        {"2024-01-01 00:00:60 +00+00 Z", nullptr}, {"2024-01-01 00:00:00 +13+00 L", nullptr},
+        {"2024-01-01 00:00:00 -13+00 L", nullptr}, {"2024-01-01 00:00:00 +00+60 L", nullptr},
     };
     for (const auto& row : makeRows) {
         Ctxt c;
         char buf[64] = "untouched", *p = buf;
-        const int st = rtMakeGeneralizedTime(&c, &row.f, &p, sizeof buf);
-        EXPECT_EQ(std::to_string(st) + " " + buf + " " + std::to_string(c.status()),
-                  row.text ? std::string("0 ") + row.text + " 0" : "-31 untouched -31") << show(row.f);
+        f = fields(row[0]);
+        const int st = rtMakeGeneralizedTime(&c, &f, &p, sizeof buf);
+        EXPECT_EQ(std::to_string(st) + " " + buf + " " + std::to_string(c.errInfo.status),
+                  row[1] ? std::string("0 ") + row[1] + " 0" : "-31 untouched -31") << row[0];
     }
-    f = fields(2024, 1, 1, 12, 0, 0);  // 15 characters need 16 octets; capacity 0: a copy on the context's heap
+    f = fields("2024-01-01 12:00:00 +00+00 Z");  // 15 characters need 16 octets; capacity 0: a copy on the context's heap
     char out[16], *p = out, *heap = nullptr;
-    EXPECT_EQ((Ints{rtMakeGeneralizedTime(&ctxt, &f, &p, 15), ctxt.status(), rtMakeGeneralizedTime(&ctxt, &f, &p, 16),
+    EXPECT_EQ((Ints{rtMakeGeneralizedTime(&ctxt, &f, &p, 15), ctxt.errInfo.status, rtMakeGeneralizedTime(&ctxt, &f, &p, 16),
                     rtMakeGeneralizedTime(&ctxt, &f, &heap, 0)}), (Ints{-17, -17, 0, 0}));
-    EXPECT_EQ(std::make_tuple(std::string(out), std::string(heap)), std::make_tuple("20240101120000Z", "20240101120000Z"));
+    EXPECT_EQ(make_tuple(std::string(out), std::string(heap)), make_tuple("20240101120000Z", "20240101120000Z"));
     // Parse, then write, across boundaries: GeneralizedTime gives its text back, UTCTime its century (49: 2049, 50: 1950).
     const char* const tripRows[][2] = {
         {"20380119031408Z", nullptr}, {"20380119031409Z", nullptr}, {"20491231235959Z", nullptr}, {"20500101000000Z", nullptr},
@@ -150,14 +138,12 @@ TEST_F(UtcZone, GeneralizedAndUtcTimeClasses)
 {
     const char* text = "20240229123456Z";
     ASN1CGeneralizedTime t(text);
-    EXPECT_EQ(std::make_tuple(t.getYear(), t.getCentury(), t.getMonth(), t.getDay(), t.getHour(), t.getMinute(), t.getSecond(),
-                              t.getUTC(), t.getDiff(), t.getStatus(), std::string(text)),
-              std::make_tuple(2024, 20, 2, 29, 12, 34, 56, 1, 0, 0, "20240229123456Z")) << "the caller's text stays";
+    EXPECT_EQ(make_tuple(t.getYear(), t.getCentury(), t.getMonth(), t.getDay(), t.getHour(), t.getMinute(), t.getSecond(),
+                         t.getUTC(), t.getDiff(), t.getStatus(), std::string(text)),
+              make_tuple(2024, 20, 2, 29, 12, 34, 56, 1, 0, 0, "20240229123456Z")) << "the caller's text stays";
     // Without DER rules only what is set is written: the hour alone, the minute, the fraction.
-    EXPECT_EQ(set(t.setMinute(0) + t.setSecond(0), text), "0 2024022912Z");
-    EXPECT_EQ(set(t.setMinute(30), text), "0 202402291230Z");
-    EXPECT_EQ(set(t.setFraction(5), text), "0 20240229123000.5Z");
-    EXPECT_EQ(set(t.setUTC(0), text), "0 20240229123000.5");
+    EXPECT_EQ((Strs{set(t.setMinute(0) + t.setSecond(0), text), set(t.setMinute(30), text), set(t.setFraction(5), text),
+                    set(t.setUTC(0), text)}), (Strs{"0 2024022912Z", "0 202402291230Z", "0 20240229123000.5Z", "0 20240229123000.5"}));
     const char* der = "20240101120000Z";  // with DER rules every part and "Z"; setUTC does nothing
     ASN1CGeneralizedTime d(der, 1);
     EXPECT_EQ(set(d.setHour(12) + d.setUTC(0) + d.getUTC(), der), "1 20240101120000Z");
@@ -180,24 +166,20 @@ TEST_F(UtcZone, GeneralizedAndUtcTimeClasses)
     ASN1CGeneralizedTime lt(leap);
     // Once parsed, day and month are set: 29 February 2023 would not exist, 30 February neither.
     EXPECT_EQ((Ints{lt.getYear(), lt.setYear(2023), lt.setYear(2028), lt.setDay(30), lt.setMonth(4), lt.setDay(31),
-                    lt.setDay(30)}),
-              (Ints{2024, -31, 0, -31, 0, -31, 0}));
+                    lt.setDay(30)}), (Ints{2024, -31, 0, -31, 0, -31, 0}));
     EXPECT_EQ(-31 * 9, lt.setMonth(2) + lt.setDay(0) + lt.setMonth(13) + lt.setHour(24) + lt.setMinute(60) +
                            lt.setSecond(-1) + lt.setYear(-1) + lt.setCentury(100) + lt.setHour(99));
     EXPECT_EQ(set(lt.setCentury(19), leap), "0 1928043012Z");
-    // Short or bad texts: under eight characters nothing is set, and the result is 0.
+    // Short or bad texts: under eight characters nothing is set, and the result is 0. With DER rules the flag is read
+    // without parsing, the month is refused through the context; DER refuses the comma and any zone but "Z".
     const char *g4 = "2024", *u4 = "2401", *badMonth = "20241301120000Z";
     const char *comma = "20240101120000,5Z", *zone = "20240101120000+0100";
     ASN1CGeneralizedTime t4(g4), bad(badMonth, 1), derComma(comma, 1), berComma(comma), derZone(zone, 1);
     ASN1CUTCTime u(u4);
-    EXPECT_EQ(std::make_tuple(t4.getYear(), t4.getHour(), u.getYear(), u.getMinute(), t4.getStatus() + u.getStatus()),
-              std::make_tuple(-3, -3, -3, -3, 0));
-    // With DER rules the flag is read without parsing; the month is refused through the context.
-    EXPECT_EQ((Ints{bad.getUTC(), bad.getStatus(), bad.getMonth(), bad.getStatus()}), (Ints{1, 0, -31, -31}));
-    // DER refuses the comma and any zone but "Z".
-    EXPECT_EQ(std::make_tuple(derComma.getYear(), berComma.getFraction(), derZone.getYear()), std::make_tuple(-31, 5, -31));
-    // The UTCTime class.
-    const char* utcText = "240101120000Z";
+    EXPECT_EQ((Ints{t4.getYear(), t4.getHour(), u.getYear(), u.getMinute(), t4.getStatus() + u.getStatus(), bad.getUTC(),
+                    bad.getStatus(), bad.getMonth(), bad.getStatus(), derComma.getYear(), berComma.getFraction(),
+                    derZone.getYear()}), (Ints{-3, -3, -3, -3, 0, 1, 0, -31, -31, -31, 5, -31}));
+    const char* utcText = "240101120000Z";  // the UTCTime class
     ASN1CUTCTime utc(utcText);
     EXPECT_EQ((Ints{utc.getYear(), utc.getFraction(), utc.setFraction(3), utc.getStatus()}), (Ints{2024, 0, -99, -99}));
     EXPECT_EQ(set(utc.setYear(24), utcText), "0 240101120000Z");
@@ -215,44 +197,38 @@ TEST_F(UtcZone, GeneralizedAndUtcTimeClasses)
     EXPECT_EQ(set(lu.setUTC(1), localUtc), "0 240101120000Z");
     const char *utcLeap = "240229000000Z", *utcZone = "2401011200+0100", *utcZ = "2401011200Z";
     ASN1CUTCTime leapUtc(utcLeap), derZoneUtc(utcZone, 1), derUtc(utcZ, 1);
-    EXPECT_EQ((Ints{leapUtc.setYear(23), leapUtc.setYear(28), derZoneUtc.getYear(), derUtc.getSecond()}), (Ints{-31, 0, -31, 0}))
-        << "DER: no zones";
+    EXPECT_EQ((Ints{leapUtc.setYear(23), leapUtc.setYear(28), derZoneUtc.getYear(), derUtc.getSecond()}),
+              (Ints{-31, 0, -31, 0})) << "DER: no zones";
     EXPECT_EQ(set(derUtc.setHour(13), utcZ), "0 240101130000Z") << "seconds are always written";
 }
 
 TEST_F(UtcZone, TextsCopiesComparisonCalendarAndTimeT)
 {
-    // Texts, buffers, copies and contexts.
     const char *text = "20240101120000Z", *u = "240101120000Z";
     ASN1CGeneralizedTime g(text);
     ASN1CUTCTime ut(u);
     EXPECT_EQ(2024, g.getYear());
     g.clear(), ut.clear();
-    EXPECT_EQ(std::make_tuple(std::string(text), g.getYear(), g.getStatus(), ut.getMinute(), ut.getUTC()),
-              std::make_tuple("", -3, 0, -3, 1));
-
+    EXPECT_EQ(make_tuple(std::string(text), g.getYear(), g.getStatus(), ut.getMinute(), ut.getUTC()), make_tuple("", -3, 0, -3, 1));
     char big[40] = "20240101120000Z", small[20] = "20240101120000Z";
     char *p = big, *q = small;
     ASN1CGeneralizedTime b(p, (int)sizeof big, 1), s(q, (int)sizeof small, 1);
-    EXPECT_EQ(set(b.setYear(2025), p), "0 20250101120000Z");
-    EXPECT_EQ(set(s.setYear(2025), q), "0 20250101120000Z");
     // Under 30 octets the object's own buffer is used.
-    EXPECT_EQ(std::make_tuple(p, q != small, std::string(small)), std::make_tuple(big, true, "20240101120000Z"));
-
+    EXPECT_EQ((Strs{set(b.setYear(2025), p), set(s.setYear(2025), q)}), (Strs{"0 20250101120000Z", "0 20250101120000Z"}));
+    EXPECT_EQ(make_tuple(p, q != small, std::string(small)), make_tuple(big, true, "20240101120000Z"));
     const char* orig = "20240101120000Z";
     ASN1CGeneralizedTime a(orig, 1);
     ASN1CGeneralizedTime c(a);  // shares the context, copies the text
     // Both objects and the reference asked for hold the context.
-    EXPECT_EQ(std::make_tuple(a.getContext()->getRefCount(), c.setYear(2030)), std::make_tuple(3u, 0));
-    EXPECT_EQ(std::make_tuple(std::string(orig), std::string(*c.getTimeStringPtr()), c.getTimeStringLen()),
-              std::make_tuple("20240101120000Z", "20300101120000Z", 15));
+    EXPECT_EQ(make_tuple(a.getContext()->getRefCount(), c.setYear(2030)), make_tuple(3u, 0));
+    EXPECT_EQ(make_tuple(std::string(orig), std::string(*c.getTimeStringPtr()), c.getTimeStringLen()),
+              make_tuple("20240101120000Z", "20300101120000Z", 15));
     char out[16];
     EXPECT_EQ((std::vector<char*>{c.getTimeString(out, 15), c.getTimeString(out, 16)}), (std::vector<char*>{nullptr, out}));
     EXPECT_STREQ("20300101120000Z", out);
     const char* other = "19991231235959Z";
     ASN1CGeneralizedTime o(other);
     EXPECT_EQ((a = o).getYear(), 1999);
-
     ASN1Context* ctxt = new ASN1Context;
     ctxt->_ref();
     {
@@ -262,14 +238,12 @@ TEST_F(UtcZone, TextsCopiesComparisonCalendarAndTimeT)
     }
     EXPECT_EQ(1u, ctxt->getRefCount());
     ctxt->_unref();
-    // Comparison.
-    const char *at12 = "20240101120000Z", *at12s1 = "20240101120001Z", *at12half = "20240101120000.5Z";
-    const char* at12short = "202401011200Z";
-    // The same instant on two sides of midnight compares by its local day; within one day the difference counts.
+    // Comparison: the same instant on two sides of midnight compares by its local day; within one day the difference counts.
+    const char *at12 = "20240101120000Z", *at12s1 = "20240101120001Z", *at12half = "20240101120000.5Z", *at12short = "202401011200Z";
     const char *east = "20240102003000+0100", *west = "20240101233000Z", *plus = "20240101120000+0100", *zulu = "20240101110000Z";
     ASN1CGeneralizedTime t12(at12), t12s1(at12s1), t12half(at12half), t12short(at12short), te(east), tw(west), tp(plus), tz(zulu);
     EXPECT_TRUE(t12 < t12s1 && t12s1 > t12 && t12 <= t12half && t12 != t12half && t12 == t12short && t12 >= t12short && tp == tz);
-    EXPECT_EQ(std::make_tuple(t12.equals(t12half), te.equals(tw)), std::make_tuple(-500, 1));
+    EXPECT_EQ(make_tuple(t12.equals(t12half), te.equals(tw)), make_tuple(-500, 1));
     // Calendar arithmetic.
     const std::pair<const char*, long> days[] = {
         {"00010101000000Z", 1}, {"20000101000000Z", 730120}, {"20000301000000Z", 730180}, {"20240102000000Z", 738887}};
@@ -278,44 +252,40 @@ TEST_F(UtcZone, TextsCopiesComparisonCalendarAndTimeT)
         EXPECT_EQ((std::vector<long>{t.getYear() > 0, t.getDaysNum()}), (std::vector<long>{1, row.second})) << row.first;
     }
     const struct { long days; int y, m, day, ey, em, ed; } rows[] = {
-        {1, 2024, 2, 28, 2024, 2, 29},    {1, 2023, 2, 28, 2023, 3, 1},     {1, 1900, 2, 28, 1900, 3, 1},
-        {1, 2000, 2, 28, 2000, 2, 29},    {-1, 2024, 1, 1, 2023, 12, 31},   {366, 2000, 1, 1, 2001, 1, 1},
-        {146097, 2000, 1, 1, 2400, 1, 1}, {-730119, 2000, 1, 1, 1, 1, 1},   {0, 2024, 12, 31, 2024, 12, 31},
-        {1, 2024, 12, 31, 2025, 1, 1},    {-1, 2024, 3, 1, 2024, 2, 29},    {60, 2024, 1, 1, 2024, 3, 1},
-        {24855, 1970, 1, 1, 2038, 1, 19}, {1, 2399, 12, 31, 2400, 1, 1},
+        {1, 2024, 2, 28, 2024, 2, 29}, {1, 2023, 2, 28, 2023, 3, 1}, {1, 1900, 2, 28, 1900, 3, 1}, {1, 2000, 2, 28, 2000, 2, 29},
+        {-1, 2024, 1, 1, 2023, 12, 31}, {366, 2000, 1, 1, 2001, 1, 1}, {146097, 2000, 1, 1, 2400, 1, 1},
+        {-730119, 2000, 1, 1, 1, 1, 1}, {0, 2024, 12, 31, 2024, 12, 31}, {1, 2024, 12, 31, 2025, 1, 1},
+        {-1, 2024, 3, 1, 2024, 2, 29}, {60, 2024, 1, 1, 2024, 3, 1}, {24855, 1970, 1, 1, 2038, 1, 19}, {1, 2399, 12, 31, 2400, 1, 1},
     };
     for (const auto& r : rows) {
         int y = r.y, m = r.m, day = r.day;
         ASN1CTime::addDays(r.days, y, m, day);
-        EXPECT_EQ(std::make_tuple(y, m, day), std::make_tuple(r.ey, r.em, r.ed)) << r.days << " from " << r.y << "-" << r.m;
+        EXPECT_EQ(make_tuple(y, m, day), make_tuple(r.ey, r.em, r.ed)) << r.days << " from " << r.y << "-" << r.m;
     }
     int y = 2024, mo = 1, day = 1, h = 0, mi = 0, sec = 0, tenths = 0;  // a negative total borrows a day
     ASN1CTime::addMilliseconds(-100, y, mo, day, h, mi, sec, tenths);
-    EXPECT_EQ(std::make_tuple(y, mo, day, h, mi, sec, tenths), std::make_tuple(2023, 12, 31, 23, 59, 59, 9));
+    EXPECT_EQ(make_tuple(y, mo, day, h, mi, sec, tenths), make_tuple(2023, 12, 31, 23, 59, 59, 9));
     ASN1CTime::addMilliseconds(100 + 86400000LL * 2, y, mo, day, h, mi, sec, tenths);
-    EXPECT_EQ(std::make_tuple(y, mo, day, h, mi, sec, tenths), std::make_tuple(2024, 1, 3, 0, 0, 0, 0));
-
+    EXPECT_EQ(make_tuple(y, mo, day, h, mi, sec, tenths), make_tuple(2024, 1, 3, 0, 0, 0, 0));
     // An unset day or month passes; an unset (negative) year allows the leap day.
     auto ok = &ASN1CTime::checkDate;
-    EXPECT_EQ(std::make_tuple(ok(0, 2, 2023), ok(29, 0, 2023), ok(29, 2, 2024), ok(29, 2, 2023), ok(29, 2, -3), ok(30, 2, -3),
-                              ok(31, 4, 2024)), std::make_tuple(true, true, true, false, true, false, false));
+    EXPECT_EQ(make_tuple(ok(0, 2, 2023), ok(29, 0, 2023), ok(29, 2, 2024), ok(29, 2, 2023), ok(29, 2, -3), ok(30, 2, -3),
+                         ok(31, 4, 2024)), make_tuple(true, true, true, false, true, false, false));
     // time_t is 64 bits on both widths, so dates past 2038 convert.
     static_assert(sizeof(time_t) == 8, "64-bit time_t on every build");
     const char *g2040 = "20400101000000Z", *u2038 = "380119031408Z", *epoch = "19700101000000Z";
     ASN1CGeneralizedTime t2040(g2040), tEpoch(epoch);
     ASN1CUTCTime t2038(u2038);
-    EXPECT_EQ(std::make_tuple(t2040.getTime(), t2038.getTime(), tEpoch.getTime()),
-              std::make_tuple((time_t)2208988800LL, (time_t)2147483648LL, (time_t)0));
-
+    EXPECT_EQ(make_tuple(t2040.getTime(), t2038.getTime(), tEpoch.getTime()),
+              make_tuple((time_t)2208988800LL, (time_t)2147483648LL, (time_t)0));
     const char *empty = "", *emptyDer = "", *emptyUtc = "", *emptyLocal = "";
     ASN1CGeneralizedTime ge(empty), gd(emptyDer, 1);
     ASN1CUTCTime ud(emptyUtc, 1), ul(emptyLocal);
     EXPECT_EQ(set(ge.setTime(86400L + 3600L, 0), empty), "0 1970010201") << "local, no zone, only the hour";
     EXPECT_EQ(set(ge.setTime(86400L + 3661L, 1), empty), "0 19700102010101") << "the zone here is UTC: no difference";
     EXPECT_EQ(set(gd.setTime(0L, 0), emptyDer), "0 19700101000000Z");
-    if (sizeof(long) == 8) {
-        EXPECT_EQ(set(gd.setTime((long)2208988800LL, 0), emptyDer), "0 20400101000000Z");
-    }
+    EXPECT_EQ(set(gd.setTime(sizeof(long) == 8 ? (long)2208988800LL : 0L, 0), emptyDer),
+              sizeof(long) == 8 ? "0 20400101000000Z" : "0 19700101000000Z");
     EXPECT_EQ(set(ud.setTime(0L, 0), emptyUtc), "0 700101000000Z");
     EXPECT_EQ(set(ul.setTime(0L, 0), emptyLocal), "0 ") << "the setter succeeds";
     EXPECT_EQ(-31, ul.getStatus()) << "but the local UTCTime cannot be written";
