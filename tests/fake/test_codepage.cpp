@@ -7,75 +7,69 @@
 
 namespace {
 
-TEST(CodePage, Utf8RoundTripAndSizes) {
+// The result and the last error it left.
+template <class F>
+std::pair<int, DWORD> call(F f) {
+    SetLastError(0);
+    const int n = f();
+    return {n, GetLastError()};
+}
+
+TEST(CodePage, Utf8RoundTripSizesAndFailures) {
     const char text[] = "h\xC3\xA9llo \xE2\x82\xAC \xF0\x9F\x98\x80";  // e-acute, euro, an emoji
     const std::wstring wide = L"h\u00E9llo \u20AC \U0001F600";
     wchar_t w[10];
+    char n[16];
     ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, text, -1, nullptr, 0), 10);  // nine characters and the terminator
     ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, text, -1, w, 10), 10);
-    EXPECT_EQ(std::wstring(w), wide);
-    EXPECT_EQ(MultiByteToWideChar(CP_UTF8, 0, text, 3, w, 10), 2);  // no terminator counted
-    char n[16];
     ASSERT_EQ(WideCharToMultiByte(CP_ACP, 0, wide.c_str(), -1, nullptr, 0, nullptr, nullptr), 16);
     ASSERT_EQ(WideCharToMultiByte(CP_ACP, 0, wide.c_str(), -1, n, 16, nullptr, nullptr), 16);
-    EXPECT_STREQ(n, text);
-    // Too small a buffer: 0 and 122. "a" and the euro sign fit into 4 bytes, the terminator not.
-    SetLastError(0);
-    EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "abcd", -1, w, 3), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-    SetLastError(0);
-    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"a\u20AC", -1, n, 4, nullptr, nullptr), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INSUFFICIENT_BUFFER);
-}
-
-TEST(CodePage, InvalidSequencesAndArguments) {
-    const char bad[] = {'a', '\xC3', 'b', '\xFF', '\xE2', '\x82', 0};  // cut and impossible sequences
-    wchar_t out[8];
-    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, bad, -1, out, 8), 6);
-    EXPECT_EQ(std::wstring(out), std::wstring(L"a\uFFFDb\uFFFD\uFFFD"));
-    // Refused under MB_ERR_INVALID_CHARS, so are overlong forms and encoded surrogates.
-    for (const std::string& s : {std::string(bad), std::string("\xC0\xAF"), std::string("\xED\xA0\x80")}) {
-        SetLastError(0);
-        EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0x08, s.data(), static_cast<int>(s.size()), out, 8), 0);
-        EXPECT_EQ(GetLastError(), 1113u);
-    }
-    // A lone surrogate or a value past U+10FFFF is written as U+FFFD.
+    EXPECT_EQ(std::make_tuple(std::wstring(w), std::string(n), MultiByteToWideChar(CP_UTF8, 0, text, 3, w, 10)),
+              std::make_tuple(wide, text, 2));  // no terminator counted
+    // Cut and impossible sequences become U+FFFD, a lone surrogate or a value past U+10FFFF too.
+    const char bad[] = {'a', '\xC3', 'b', '\xFF', '\xE2', '\x82', 0};
     const wchar_t wbad[] = {static_cast<wchar_t>(0xD800), static_cast<wchar_t>(0x110000), 0};
-    char bytes[8];
-    ASSERT_EQ(WideCharToMultiByte(CP_ACP, 0, wbad, -1, bytes, 8, nullptr, nullptr), 7);
-    EXPECT_STREQ(bytes, "\xEF\xBF\xBD\xEF\xBF\xBD");
-    // Another code page, no source, a length of 0 or below -1, a default-char flag pointer.
-    const std::tuple<UINT, const char*, int> rows[] = {{1252, "a", 1}, {CP_ACP, nullptr, 1}, {CP_ACP, "a", 0},
-                                                       {CP_ACP, "a", -2}};
-    for (const auto& r : rows) {
-        SetLastError(0);
-        EXPECT_EQ(MultiByteToWideChar(std::get<0>(r), 0, std::get<1>(r), std::get<2>(r), out, 4), 0);
-        EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
-    }
+    ASSERT_EQ(MultiByteToWideChar(CP_ACP, 0, bad, -1, w, 8), 6);
+    ASSERT_EQ(WideCharToMultiByte(CP_ACP, 0, wbad, -1, n, 8, nullptr, nullptr), 7);
+    EXPECT_EQ(std::make_tuple(std::wstring(w), std::string(n)),
+              std::make_tuple(L"a\uFFFDb\uFFFD\uFFFD", "\xEF\xBF\xBD\xEF\xBF\xBD"));
     BOOL used = FALSE;
-    EXPECT_EQ(WideCharToMultiByte(CP_ACP, 0, L"a", -1, bytes, 4, nullptr, &used), 0);
-    EXPECT_EQ(GetLastError(), ERROR_INVALID_PARAMETER);
+    const std::pair<int, DWORD> insufficient(0, ERROR_INSUFFICIENT_BUFFER), invalid(0, ERROR_INVALID_PARAMETER),
+        refused(0, 1113);
+    const std::tuple<const char*, std::pair<int, DWORD>, std::pair<int, DWORD>> rows[] = {
+        // Too small a buffer: "a" and the euro sign fit into 4 bytes, the terminator not.
+        {"too small", call([&] { return MultiByteToWideChar(CP_ACP, 0, "abcd", -1, w, 3); }), insufficient},
+        {"too small", call([&] { return WideCharToMultiByte(CP_ACP, 0, L"a\u20AC", -1, n, 4, nullptr, nullptr); }),
+         insufficient},
+        // Refused under MB_ERR_INVALID_CHARS, so are overlong forms and encoded surrogates.
+        {"strict", call([&] { return MultiByteToWideChar(CP_ACP, 0x08, bad, 6, w, 8); }), refused},
+        {"overlong", call([&] { return MultiByteToWideChar(CP_ACP, 0x08, "\xC0\xAF", 2, w, 8); }), refused},
+        {"surrogate", call([&] { return MultiByteToWideChar(CP_ACP, 0x08, "\xED\xA0\x80", 3, w, 8); }), refused},
+        // Another code page, no source, a length of 0 or below -1, a default-char flag pointer.
+        {"1252", call([&] { return MultiByteToWideChar(1252, 0, "a", 1, w, 4); }), invalid},
+        {"null", call([&] { return MultiByteToWideChar(CP_ACP, 0, nullptr, 1, w, 4); }), invalid},
+        {"0", call([&] { return MultiByteToWideChar(CP_ACP, 0, "a", 0, w, 4); }), invalid},
+        {"-2", call([&] { return MultiByteToWideChar(CP_ACP, 0, "a", -2, w, 4); }), invalid},
+        {"used", call([&] { return WideCharToMultiByte(CP_ACP, 0, L"a", -1, n, 4, nullptr, &used); }), invalid},
+    };
+    for (const auto& [name, got, expected] : rows)
+        EXPECT_EQ(got, expected) << name;
 }
 
+// Under LC_ALL=C a character the locale cannot spell becomes '?'. At most len bytes: the
+// rest stays where it was, and src points at it. Without a destination it counts.
 TEST(CodePage, SafeWcsrtombsNeverFails) {
-    // Under LC_ALL=C a character the locale cannot spell becomes '?'.
     const wchar_t path[] = L"/tmp/\u00E9t\u00E9.der";
-    const wchar_t* src = path;
-    char out[32];
-    std::memset(out, 'X', sizeof out);
-    EXPECT_EQ(safe_wcsrtombs(out, &src, sizeof out, nullptr), 12u);
-    EXPECT_STREQ(out, "/tmp/?t?.der");
-    EXPECT_EQ(src, nullptr);
-    // At most len bytes: the rest stays where it was, and src points at it.
-    src = path;
-    std::memset(out, 'X', sizeof out);
-    EXPECT_EQ(safe_wcsrtombs(out, &src, 4, nullptr), 4u);
-    EXPECT_EQ(std::string(out, 5), "/tmpX");
-    EXPECT_EQ(src, path + 4);
-    // Without a destination it counts.
-    src = path;
-    EXPECT_EQ(safe_wcsrtombs(nullptr, &src, 0, nullptr), 12u);
-    EXPECT_EQ(src, path);
+    for (const auto& [len, written, text, rest] : {std::make_tuple(size_t(32), size_t(12), "/tmp/?t?.der", -1),
+                                                   std::make_tuple(size_t(4), size_t(4), "/tmpX", 4),
+                                                   std::make_tuple(size_t(0), size_t(12), "", 0)}) {
+        const wchar_t* src = path;
+        char out[32];
+        std::memset(out, 'X', sizeof out);
+        EXPECT_EQ(safe_wcsrtombs(len ? out : nullptr, &src, len, nullptr), written) << len;
+        EXPECT_EQ(std::make_pair(std::string(out, std::strlen(text)), src),
+                  std::make_pair(std::string(text), rest < 0 ? nullptr : path + rest));
+    }
 }
 
 }  // namespace
