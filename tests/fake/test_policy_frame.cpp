@@ -1,7 +1,9 @@
-// The frame every policy runs in: record checks at each size boundary, the proxy's
-// handling of exceptions, merging of inner statuses, the trace lines of each, and the
-// trace rule: a context whose level is off prints nothing, tracing keeps the last error.
+// The frame every policy runs in: record checks at each size boundary, the proxy's handling
+// of exceptions, merging of inner statuses, the trace lines of each, and the trace rule (a
+// context whose level is off prints nothing, tracing keeps the last error). Then the
+// basic-constraints policy, the frame's simplest user, with the exact trace of each row.
 #include "core/trace.h"
+#include "policies/chain_policies.h"
 #include "policies/frame.h"
 #include "qvfake.h"
 #include "support/testsupport.h"
@@ -18,33 +20,24 @@ typedef QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_PARA UsagePara;
 typedef QVOCSP_SIGNING_EXTRA_CERT_CHAIN_POLICY_STATUS OcspStatus;
 typedef QVOCSP_SIGNING_EXTRA_CERT_CHAIN_POLICY_PARA OcspPara;
 
-const bool k32 = sizeof(void*) == 4;
-const std::string kGoesOn = "ReportError|Extra status was supplied. Other checks can be performed - returning false.\n";
-const std::string kStops = "ReportError|Error encountered and no extra status supplied. Other checks must not be "
-                           "performed - returning true.\n";
-
-// The m_hr of what f throws, 0 when it returns.
-template <typename F>
-HRESULT hrOf(F f) {
-    try {
-        f();
-    } catch (const ATL::CAtlException& e) {
-        return e.m_hr;
-    }
-    return 0;
-}
+const DWORD kSentinel = 0x0BADF00Du, kTrustE = 0x80096019u;
+const std::string kGoesOn = "ReportError|Extra status was supplied. Other checks can be performed - returning false.\n",
+                  kStops = "ReportError|Error encountered and no extra status supplied. Other checks must not be "
+                           "performed - returning true.\n",
+                  kProxy = "CertDllVerifyCertificateChainPolicyProxy|";
 
 std::string hexWord(const void* p) {
     char buf[16];
     std::snprintf(buf, sizeof buf, "0x%08x", static_cast<unsigned>(reinterpret_cast<uintptr_t>(p)));
     return buf;
 }
+std::string caught(const char* hr) {
+    return kProxy + "CAtlException caught (m_hr=0x" + hr + ") - setting last error and returning FALSE\n";
+}
 
 TEST(PolicyFrame, RecordSizesOfThisBuild) {
-    EXPECT_EQ(std::make_tuple(sizeof(CERT_CHAIN_POLICY_STATUS), sizeof(CERT_CHAIN_POLICY_PARA), sizeof(UsagePara),
-                              sizeof(UsageStatus), sizeof(OcspPara), sizeof(OcspStatus), sizeof(QVOCSP_CERT_ID)),
-              k32 ? std::make_tuple(20u, 12u, 8u, 16u, 20u, 24u, 36u)
-                  : std::make_tuple(24u, 16u, 16u, 16u, 40u, 32u, 72u));
+    EXPECT_EQ(std::make_tuple(sizeof(CERT_CHAIN_POLICY_STATUS), sizeof(CERT_CHAIN_POLICY_PARA), sizeof(OcspPara)),
+              sizeof(void*) == 4 ? std::make_tuple(20u, 12u, 20u) : std::make_tuple(24u, 16u, 40u));
 }
 
 // The status is initialised before the extra status is looked at; a refused extra status
@@ -60,7 +53,8 @@ void extraStatusBoundaries() {
         TraceCapture trace;
         T* got = nullptr;
         const bool ok = size == good;
-        EXPECT_EQ(hrOf([&] { got = CheckInitAndGetExtraStatus<T>(&s); }), ok ? 0 : 87);
+        EXPECT_EQ(ok ? (got = CheckInitAndGetExtraStatus<T>(&s), 0) : thrownHr([&] { CheckInitAndGetExtraStatus<T>(&s); }),
+                  ok ? 0 : 87);
         EXPECT_EQ(std::make_tuple(got, s.dwError, s.lChainIndex, extra.dwError, extra.lChainIndex, extra.lElementIndex),
                   std::make_tuple(ok ? &extra : nullptr, 0u, -1, ok ? 0u : 0x55u, ok ? -1 : 3, ok ? -1 : 4))
             << size;
@@ -70,16 +64,6 @@ void extraStatusBoundaries() {
     }
     CERT_CHAIN_POLICY_STATUS none{sizeof none, 7, 8, 9, nullptr};
     EXPECT_EQ(CheckInitAndGetExtraStatus<T>(&none), nullptr);
-}
-
-TEST(PolicyFrame, ExtraStatusSizeBoundaries) {
-    extraStatusBoundaries<UsageStatus>();
-    extraStatusBoundaries<OcspStatus>();
-    DWORD checked[2] = {9, 9};  // the OCSP record's output fields are the policy's business
-    OcspStatus extra{sizeof extra, 1, 2, 3, 7, checked};
-    CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, 0, 0, &extra};
-    CheckInitAndGetExtraStatus<OcspStatus>(&s);
-    EXPECT_EQ(std::make_tuple(extra.fOcspNoCheck, extra.rgdwCertIdChecked), std::make_tuple(7u, checked));
 }
 
 // The parameter record must have its exact size; the extra parameter's test is one-sided:
@@ -102,7 +86,8 @@ void paraBoundaries() {
         CERT_CHAIN_POLICY_PARA p{row.paraSize, 0, row.linked ? &extra : nullptr};
         TraceCapture trace;
         T* got = nullptr;
-        EXPECT_EQ(hrOf([&] { got = CheckAndGetExtraPara<T>(&p); }), row.accepted ? 0 : 87);
+        EXPECT_EQ(row.accepted ? (got = CheckAndGetExtraPara<T>(&p), 0) : thrownHr([&] { CheckAndGetExtraPara<T>(&p); }),
+                  row.accepted ? 0 : 87);
         EXPECT_EQ(got, row.accepted && row.linked ? &extra : nullptr);
         EXPECT_EQ(trace.text(), "CheckAndGetExtraPara|" + (row.accepted ? "pExtraPara = " + hexWord(got) + "\n"
                                                             : row.paraSize != para ? badPara : badExtra))
@@ -113,83 +98,75 @@ void paraBoundaries() {
     EXPECT_EQ(trace.text(), "CheckAndGetExtraPara|pPolicyPara is NULL\n");
 }
 
-TEST(PolicyFrame, ParaSizeBoundaries) {
+TEST(PolicyFrame, RecordSizeBoundaries) {
+    extraStatusBoundaries<UsageStatus>();
+    extraStatusBoundaries<OcspStatus>();
     paraBoundaries<UsagePara>();
     paraBoundaries<OcspPara>();
+    DWORD checked[2] = {9, 9};  // the OCSP record's output fields are the policy's business
+    OcspStatus extra{sizeof extra, 1, 2, 3, 7, checked};
+    CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, 0, 0, &extra};
+    CheckInitAndGetExtraStatus<OcspStatus>(&s);
+    EXPECT_EQ(std::make_tuple(extra.fOcspNoCheck, extra.rgdwCertIdChecked), std::make_tuple(7u, checked));
 }
 
-void throwsAtl(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS s) {
+HRESULT g_throw;  // what impl does: 0 return, 1 throw std::runtime_error, 2 throw an int, else throw it
+void impl(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS s) {
     s->dwError = 0xAB;  // stays: the proxy does not undo what was written
-    ATL::AtlThrowImpl(static_cast<int>(0x80091234u));
+    if (g_throw == 1)
+        throw std::runtime_error("boom");
+    if (g_throw == 2)
+        throw 42;
+    if (g_throw)
+        ATL::AtlThrowImpl(g_throw);
 }
-void throwsStd(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) {
-    throw std::runtime_error("boom");
-}
-void throwsInt(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) { throw 42; }
-void throws87(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) {
-    ATL::AtlThrowImpl(87);
-}
-void returns(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS) {}
 
 TEST(PolicyFrame, ProxyTurnsEveryExceptionIntoFalse) {
-    const std::string unknown = "Unknown exception caught - setting last error and returning FALSE\n";
+    const std::string unknown = kProxy + "Unknown exception caught - setting last error and returning FALSE\n";
     const struct {
-        PolicyImpl impl;
+        HRESULT thrown;
         BOOL result;
-        DWORD lastError, dwError;
+        DWORD lastError;
         std::string trace;
-    } cases[] = {
-        {throwsAtl, FALSE, 0x80091234u, 0xAB,
-         "CAtlException caught (m_hr=0x80091234) - setting last error and returning FALSE\n"},
-        {throwsStd, FALSE, 0x80004005u, 0, unknown},
-        {throwsInt, FALSE, 0x80004005u, 0, unknown},
-        {throws87, FALSE, 87u, 0, "CAtlException caught (m_hr=0x00000057) - setting last error and returning FALSE\n"},
-        {returns, TRUE, 0x0BADF00Du, 0, "Finish. Returning TRUE.\n"},
-    };
-    for (const auto& c : cases) {
+    } rows[] = {{HRESULT(0x80091234u), FALSE, 0x80091234u, caught("80091234")},
+                {1, FALSE, 0x80004005u, unknown},
+                {2, FALSE, 0x80004005u, unknown},
+                {87, FALSE, 87u, caught("00000057")},
+                {0, TRUE, kSentinel, kProxy + "Finish. Returning TRUE.\n"}};
+    for (const auto& row : rows) {
         for (bool traced : {false, true}) {
             CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, 0, 0, nullptr};
-            SetLastError(0x0BADF00Du);
+            SetLastError(kSentinel);
+            g_throw = row.thrown;
             std::unique_ptr<TraceCapture> trace(traced ? new TraceCapture : nullptr);
-            const BOOL result = CertDllVerifyCertificateChainPolicyProxy(nullptr, nullptr, nullptr, &s, c.impl);
-            EXPECT_EQ(std::make_tuple(result, GetLastError(), s.dwError),
-                      std::make_tuple(c.result, c.lastError, c.dwError));
-            if (trace) {
-                EXPECT_EQ(trace->text(), "CertDllVerifyCertificateChainPolicyProxy|" + c.trace);
-            }
+            const BOOL ok = CertDllVerifyCertificateChainPolicyProxy(nullptr, nullptr, nullptr, &s, impl);
+            EXPECT_EQ(std::make_tuple(ok, GetLastError(), s.dwError, trace ? trace->text() : row.trace),
+                      std::make_tuple(row.result, row.lastError, 0xABu, row.trace));
         }
     }
 }
 
-TEST(PolicyFrame, ThrowLastWin32TakesTheHresultForm) {
-    const std::pair<DWORD, DWORD> cases[] = {{0, 0}, {5, 0x80070005u}, {87, 0x80070057u}, {0x12345, 0x80072345u},
-                                             {0x80092004u, 0x80092004u}, {0xFFFFFFFFu, 0xFFFFFFFFu}};
-    for (const auto& c : cases) {
-        SetLastError(c.first);
-        EXPECT_EQ(static_cast<DWORD>(thrownHr([] { ATL::AtlThrowLastWin32(); })), c.second) << c.first;
+// A failure of the policy's own: into the extra status as a bit, else into the status. An
+// inner status merged: with an extra status bits accumulate, indices are overwritten and
+// checks go on (the inner dwError copied all the same); without one an inner error stops.
+TEST(PolicyFrame, OwnFailuresAndMergedInnerStatuses) {
+    {
+        CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, -1, -1, nullptr};
+        UsageStatus extra{sizeof extra, 0x1, -1, -1};
+        TraceCapture trace;
+        EXPECT_FALSE(ReportError(&s, &extra, CERT_E_WRONG_USAGE, 0x20));
+        EXPECT_EQ(std::make_tuple(extra.dwError, extra.lChainIndex, s.dwError, s.lChainIndex),
+                  std::make_tuple(0x21u, -1, 0u, -1));
+        EXPECT_TRUE(ReportError<UsageStatus>(&s, nullptr, CERT_E_WRONG_USAGE, 0x20));
+        EXPECT_EQ(std::make_tuple(s.dwError, s.lChainIndex, s.lElementIndex), std::make_tuple(0x800B0110u, 0, 0));
+        EXPECT_EQ(trace.text(), "ReportError|Extra status was supplied. Setting pExtraStatus->dwError |= 0x00000020\n" +
+                                    kGoesOn +
+                                    "ReportError|No extra status supplied. Setting pPolicyStatus->dwError = "
+                                    "0x800b0110, pPolicyStatus->lChainIndex = 0, pPolicyStatus->lElementIndex = 0.\n" +
+                                    kStops);
     }
-    EXPECT_EQ(thrownHr([] { ATL::AtlThrowImpl(87); }), 87);
-}
-
-// A failure of the policy's own: into the extra status as a bit, else into the status.
-TEST(PolicyFrame, OwnFailureWithAndWithoutExtraStatus) {
-    CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, -1, -1, nullptr};
-    UsageStatus extra{sizeof extra, 0x1, -1, -1};
-    TraceCapture trace;
-    EXPECT_FALSE(ReportError(&s, &extra, CERT_E_WRONG_USAGE, 0x20));
-    EXPECT_EQ(std::make_tuple(extra.dwError, extra.lChainIndex, s.dwError, s.lChainIndex),
-              std::make_tuple(0x21u, -1, 0u, -1));
-    EXPECT_TRUE(ReportError<UsageStatus>(&s, nullptr, CERT_E_WRONG_USAGE, 0x20));
-    EXPECT_EQ(std::make_tuple(s.dwError, s.lChainIndex, s.lElementIndex), std::make_tuple(0x800B0110u, 0, 0));
-    EXPECT_EQ(trace.lines(), (std::vector<std::string>{
-        "ReportError|Extra status was supplied. Setting pExtraStatus->dwError |= 0x00000020\n", kGoesOn,
-        "ReportError|No extra status supplied. Setting pPolicyStatus->dwError = 0x800b0110, "
-        "pPolicyStatus->lChainIndex = 0, pPolicyStatus->lElementIndex = 0.\n", kStops}));
-}
-
-TEST(PolicyFrame, MergingAnInnerStatus) {
-    const CERT_CHAIN_POLICY_STATUS inner{sizeof inner, 0x800B0110u, 2, 3, nullptr};
-    const CERT_CHAIN_POLICY_STATUS clean{sizeof clean, 0, -1, -1, nullptr};
+    const CERT_CHAIN_POLICY_STATUS inner{sizeof inner, 0x800B0110u, 2, 3, nullptr},
+        clean{sizeof clean, 0, -1, -1, nullptr};
     const UsageStatus innerExtra{sizeof innerExtra, 0x02, 4, 5}, cleanExtra{sizeof cleanExtra, 0, -1, -1};
     const std::string innerError =
         "ReportError|pOtherPolicyStatus->dwError = 0x800b0110\n"
@@ -203,13 +180,10 @@ TEST(PolicyFrame, MergingAnInnerStatus) {
         LONG index, extraIndex;  // lChainIndex of each
         std::string trace;
     } rows[] = {
-        // No extra status: an inner error stops the policy.
         {false, &inner, nullptr, true, 0x800B0110u, 0x20, 2, 7, innerError + kStops},
-        // With one: bits accumulate, indices are overwritten, checks go on, the inner dwError copied all the same.
         {true, &inner, &innerExtra, false, 0x800B0110u, 0x22, 2, 4,
          innerError + "ReportError|pOtherExtraStatus->dwError = 0x00000002\n" +
              "ReportError|pOtherExtraStatus->lChainIndex = 4, pOtherExtraStatus->lElementIndex = 5\n" + kGoesOn},
-        // A clean inner status changes nothing.
         {true, &clean, &cleanExtra, false, 0, 0x20, -1, 7, kGoesOn},
         {false, &clean, nullptr, false, 0, 0x20, -1, 7,
          "ReportError|No error encountered. Other checks can be performed - returning false.\n"},
@@ -222,19 +196,22 @@ TEST(PolicyFrame, MergingAnInnerStatus) {
         EXPECT_EQ(std::make_tuple(stop, s.dwError, s.lChainIndex, extra.dwError, extra.lChainIndex, trace.text()),
                   std::make_tuple(row.stop, row.dwError, row.index, row.extraError, row.extraIndex, row.trace));
     }
-    // The fatal form merges before it throws; 87 comes out as 0x80070057, a negative last
-    // error as it stands.
-    for (DWORD lastError : {87u, 0x80090008u}) {
+    // The fatal form merges, then throws the last error in HRESULT form; a negative one as it stands.
+    const std::pair<DWORD, DWORD> lastErrors[] = {{0, 0}, {5, 0x80070005u}, {87, 0x80070057u},
+                                                  {0x12345, 0x80072345u}, {0x80090008u, 0x80090008u},
+                                                  {0xFFFFFFFFu, 0xFFFFFFFFu}};
+    for (const auto& e : lastErrors) {
         CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, -1, -1, nullptr};
-        SetLastError(lastError);
-        const HRESULT hr = hrOf([&] { ReportFatalWin32Error<UsageStatus, UsageStatus>(&s, nullptr, &inner, nullptr); });
-        EXPECT_EQ(static_cast<DWORD>(hr),
-                  lastError == 87 ? 0x80070057u : lastError);
-        EXPECT_EQ(s.dwError, 0x800B0110u);
+        SetLastError(e.first);
+        const HRESULT hr =
+            thrownHr([&] { ReportFatalWin32Error<UsageStatus, UsageStatus>(&s, nullptr, &inner, nullptr); });
+        EXPECT_EQ(std::make_tuple(DWORD(hr), s.dwError), std::make_tuple(e.second, 0x800B0110u)) << e.first;
     }
 }
 
-TEST(Trace, ContextPresentButLevelOffPrintsNothing) {
+// A context whose level is off prints nothing; tracing keeps the last error; an initializer
+// closes the context it finds and clears its variable on destruction.
+TEST(Trace, Rules) {
     TSupportDbContext_* saved = chainvet_db_ctx;
     TSupportDbContext_* quiet = support_print_init_memory("quiet", 0x7 /* everything but 8 */);
     chainvet_db_ctx = quiet;
@@ -243,33 +220,166 @@ TEST(Trace, ContextPresentButLevelOffPrintsNothing) {
     CERT_CHAIN_POLICY_PARA para{sizeof para, 0x80000000u, nullptr};
     CERT_CHAIN_POLICY_STATUS status{sizeof status, 0, 0, 0, nullptr};
     EXPECT_EQ(CertDllVerifyBasicConstraintsCertificateChainPolicy(nullptr, chain.get(), &para, &status), TRUE);
-    EXPECT_EQ(status.dwError, 0x80096019u);
+    EXPECT_EQ(status.dwError, kTrustE);
+    EXPECT_STREQ(support_print_memory_text(quiet), "");
+    SetLastError(0x1234);
+    support_dprint_print_(quiet, "%s\n", "", 1, "f", "x");
+    EXPECT_EQ(std::make_tuple(GetLastError(), std::string(support_print_memory_text(quiet))),
+              std::make_tuple(0x1234u, std::string("f|x\n")));
+    support_print_memory_clear(quiet);
     EXPECT_STREQ(support_print_memory_text(quiet), "");
     chainvet_db_ctx = saved;
     support_print_done(quiet);
-}
-
-TEST(Trace, TracingNeverChangesTheLastError) {
-    TraceCapture capture;
-    SetLastError(0x1234);
-    support_dprint_print_(chainvet_db_ctx, "%s\n", "", 1, "f", "x");
-    EXPECT_EQ(GetLastError(), 0x1234u);
-    EXPECT_EQ(capture.text(), "f|x\n");
-    capture.clear();
-    EXPECT_EQ(capture.text(), "");
-}
-
-TEST(Trace, InitializerClosesThePreviousContextAndClearsOnDestruction) {
     TSupportDbContext_* ctx = nullptr;
     {
         DbTraceInitializer first("first", ctx);
         ASSERT_NE(ctx, nullptr);
         EXPECT_TRUE(support_print_is(ctx, 8));
-        // Both objects hold the same variable; the first's destructor finds it cleared.
-        DbTraceInitializer second("second", ctx);
+        DbTraceInitializer second("second", ctx);  // the first's destructor finds the variable cleared
         EXPECT_NE(ctx, nullptr);
     }
     EXPECT_EQ(ctx, nullptr);
+}
+
+const char *kBC2 = "2.5.29.19", *kBC1 = "2.5.29.10", *kCA = "30030101FF", *kNotCA = "3000";
+typedef std::vector<std::pair<const char*, const char*>> Extensions;
+typedef std::tuple<BOOL, DWORD, LONG, LONG, DWORD> Outcome;  // result, dwError, indices, last error
+
+// The end certificate with these extensions, then elements - 1 more certificates. The
+// parameter record's size and extra pointer are not looked at; an extra status is neither
+// checked nor initialised.
+Outcome basicConstraints(const Extensions& extensions, DWORD flags, DWORD elements = 1, DWORD trust = 0,
+                         bool withPara = true, DWORD paraSize = sizeof(CERT_CHAIN_POLICY_PARA),
+                         DWORD statusSize = sizeof(CERT_CHAIN_POLICY_STATUS)) {
+    FakeCert end, other;
+    for (const auto& e : extensions)
+        end.addExtension(e.first, hex(e.second));
+    std::vector<PCCERT_CONTEXT> certs(elements, other.context());
+    certs[0] = end.context();
+    FakeChain chain(certs, trust);
+    int garbage = 12345;
+    CERT_CHAIN_POLICY_PARA para{paraSize, flags, &garbage};
+    UsageStatus extra{3, 0x77, 5, 6};
+    CERT_CHAIN_POLICY_STATUS status{statusSize, 0x11, 0x22, 0x33, &extra};
+    SetLastError(kSentinel);
+    const BOOL r = CertDllVerifyBasicConstraintsCertificateChainPolicy(
+        CERT_CHAIN_POLICY_BASIC_CONSTRAINTS, chain.get(), withPara ? &para : nullptr, &status);
+    EXPECT_EQ(std::make_tuple(extra.cbSize, extra.dwError, extra.lChainIndex), std::make_tuple(3u, 0x77u, 5));
+    return Outcome{r, status.dwError, status.lChainIndex, status.lElementIndex, GetLastError()};
+}
+
+// One row per line of the outcome table and per edge case, each with a parameter record
+// of the right size and of size 0, and with trace off and on: the records are the same.
+TEST(BasicConstraints, OutcomeTable) {
+    qvfake_reset();
+    const std::string start = "CertDllVerifyBasicConstraintsCertificateChainPolicy|Start\n",
+                      finish = kProxy + "Finish. Returning TRUE.\n",
+                      setError = "ReportError|No extra status supplied. Setting pPolicyStatus->dwError = 0x80096019, "
+                                 "pPolicyStatus->lChainIndex = 0, pPolicyStatus->lElementIndex = 0.\n",
+                      passes = start + finish, fails = start + setError + kStops + finish,
+                      selfSigned = start + "BasicConstraintsImpl|Self-signed certificate without BASIC CONSTRAINTS "
+                                           "can be CA\n" + finish,
+                      undecodable = start + setError + kStops + caught("8009310b"),
+                      notImplemented = start + "BasicConstraintsImpl|Check for BASIC_CONSTRAINTS_CERT_CHAIN_POLICY_"
+                                               "END_ENTITY_FLAG only is not implemented .\n" +
+                                       setError + kStops + caught("80004001");
+    const Outcome pass{TRUE, 0, -1, -1, kSentinel}, fail{TRUE, kTrustE, 0, 0, kSentinel},
+        failNotImpl{FALSE, kTrustE, 0, 0, 0x80004001u}, failDecode{FALSE, kTrustE, 0, 0, 0x8009310Bu};
+    const DWORD ca = 0x80000000u, partial = CERT_TRUST_IS_PARTIAL_CHAIN;
+    const struct {
+        const char* name;
+        Extensions extensions;
+        DWORD flags, elements, trust;
+        bool withPara;
+        Outcome expected;
+        const std::string& trace;
+    } rows[] = {
+        {"cA true", {{kBC2, kCA}}, ca, 1, 0, true, pass, passes},
+        {"cA true, longer chain", {{kBC2, kCA}}, ca, 3, 0, true, pass, passes},
+        {"no extension, self-signed root", {}, ca, 1, 0, true, pass, selfSigned},
+        {"no extension, two elements", {}, ca, 2, 0, true, fail, fails},
+        {"no extension, partial chain", {}, ca, 1, partial, true, fail, fails},
+        {"cA false", {{kBC2, kNotCA}}, ca, 2, 0, true, fail, fails},
+        {"cA false, self-signed root", {{kBC2, kNotCA}}, ca, 1, 0, true, fail, fails},
+        {"only the old extension, cA true", {{kBC1, kCA}}, ca, 2, 0, true, pass, passes},
+        {"the current extension wins", {{kBC1, kCA}, {kBC2, kNotCA}}, ca, 1, 0, true, fail, fails},
+        {"the current extension wins, other order", {{kBC2, kNotCA}, {kBC1, kCA}}, ca, 1, 0, true, fail, fails},
+        {"undecodable value", {{kBC2, "0403010203"}}, ca, 1, 0, true, failDecode, undecodable},
+        {"value cut short", {{kBC2, "31"}}, ca, 1, 0, true, failDecode, undecodable},
+        {"end-entity flag alone", {{kBC2, kCA}}, 0x40000000u, 1, 0, true, failNotImpl, notImplemented},
+        {"neither flag", {{kBC2, kNotCA}}, 0, 2, 0, true, pass, passes},
+        {"both flags", {{kBC2, kNotCA}}, 0xC0000000u, 2, 0, true, pass, passes},
+        {"no pPolicyPara", {{kBC2, kNotCA}}, ca, 2, 0, false, pass, passes},
+        {"other bits beside the ca flag", {{kBC2, kNotCA}}, 0x80000001u, 2, 0, true, fail, fails},
+        {"other bits beside the ca flag, cA true", {{kBC2, kCA}}, 0x8000FFFFu, 2, 0, true, pass, passes},
+        {"other bits beside the end-entity flag", {{kBC2, kCA}}, 0x40000010u, 2, 0, true, failNotImpl, notImplemented},
+        {"other bits only", {{kBC2, kNotCA}}, 0x3FFFFFFFu, 2, 0, true, pass, passes},
+    };
+    for (const auto& row : rows) {
+        for (DWORD paraSize : {DWORD(sizeof(CERT_CHAIN_POLICY_PARA)), DWORD(0)}) {
+            SCOPED_TRACE(testing::Message() << row.name << ", para size " << paraSize);
+            ASSERT_EQ(chainvet_db_ctx, nullptr);
+            EXPECT_EQ(basicConstraints(row.extensions, row.flags, row.elements, row.trust, row.withPara, paraSize),
+                      row.expected);
+            TraceCapture capture;
+            EXPECT_EQ(basicConstraints(row.extensions, row.flags, row.elements, row.trust, row.withPara, paraSize),
+                      row.expected);
+            EXPECT_EQ(capture.text(), row.trace);
+        }
+    }
+    // A status of the wrong size is refused and left as it was.
+    const DWORD good = sizeof(CERT_CHAIN_POLICY_STATUS);
+    for (DWORD size : {DWORD(0), good - 1, good + 1, DWORD(0xFFFFFFFFu)}) {
+        TraceCapture capture;
+        EXPECT_EQ(basicConstraints({}, ca, 2, 0, true, sizeof(CERT_CHAIN_POLICY_PARA), size),
+                  (Outcome{FALSE, 0x11, 0x22, 0x33, 87}));
+        EXPECT_EQ(capture.text(), start + "CheckAndInitPolicyStatus|Unknown pPolicyStatus structure "
+                                          "(sizeof(*pPolicyStatus) != pPolicyStatus->cbSize)\n" + caught("00000057"));
+    }
+}
+
+struct DecodeCall {
+    DWORD failWith;  // 0xFFFFFFFF: succeed with cA TRUE
+    int calls = 0;
+    DWORD encoding = 0, flags = 99, sizeIn = 0;
+    std::string type{};
+    std::vector<uint8_t> bytes{};
+    bool zeroed = false;
+};
+
+BOOL recordingDecoder(void* user, DWORD enc, LPCSTR type, const BYTE* pb, DWORD cb, DWORD flags, void* out,
+                      DWORD* pcb) {
+    auto* rec = static_cast<DecodeCall*>(user);
+    auto* info = static_cast<CERT_BASIC_CONSTRAINTS2_INFO*>(out);
+    *rec = DecodeCall{rec->failWith, rec->calls + 1, enc, flags, *pcb, type, std::vector<uint8_t>(pb, pb + cb),
+                      info->fCA == 0 && info->fPathLenConstraint == 0 && info->dwPathLenConstraint == 0};
+    info->fCA = TRUE;
+    if (rec->failWith == 0xFFFFFFFFu)
+        return TRUE;
+    SetLastError(rec->failWith);
+    return FALSE;
+}
+
+// Either extension is decoded by the current rule into a zeroed 12-byte record; a
+// decoder error comes back in HRESULT form after the failure was recorded.
+TEST(BasicConstraints, DecoderCall) {
+    const struct {
+        const char* oid;
+        DWORD failWith, lastError;
+    } rows[] = {{kBC1, 0xFFFFFFFFu, kSentinel}, {kBC2, 13, 0x8007000Du}, {kBC2, 87, 0x80070057u},
+                {kBC2, 0x8009310Bu, 0x8009310Bu}, {kBC2, 0, 0}};
+    for (const auto& row : rows) {
+        qvfake_reset();
+        DecodeCall rec{row.failWith};
+        qvfake_set_decode_hook(recordingDecoder, &rec);
+        const bool ok = row.failWith == 0xFFFFFFFFu;
+        EXPECT_EQ(basicConstraints({{row.oid, "30050303060780"}}, 0x80000000u),
+                  (Outcome{ok, ok ? 0 : kTrustE, ok ? -1 : 0, ok ? -1 : 0, row.lastError}))
+            << row.oid << " " << row.failWith;
+        EXPECT_EQ(std::make_tuple(rec.calls, rec.encoding, rec.type, rec.flags, rec.sizeIn, rec.zeroed, rec.bytes),
+                  std::make_tuple(1, 0x10001u, std::string("2.5.29.19"), 0u, 12u, true, hex("30050303060780")));
+    }
+    qvfake_reset();
 }
 
 }  // namespace

@@ -15,24 +15,21 @@ namespace {
 typedef QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_PARA ExtraPara;
 typedef QVPRIVATEKEY_USAGE_PERIOD_EXTRA_CERT_CHAIN_POLICY_STATUS ExtraStatus;
 const DWORD kSentinel = 0x0BADF00Du, kWrongUsage = 0x800B0110u, kExpired = 0x800B0101u, kMore = ERROR_MORE_DATA;
-const char* kTimeStamping = "1.3.6.1.5.5.7.3.8";
 const auto kSignature = CertDllVerifySignatureCertificateChainPolicy;
 const auto kTimestamp = CertDllVerifyTimestampSigningCertificateChainPolicy;
 
 // An ExtKeyUsageSyntax value and the purposes it names, as a chain usage record names them.
 struct Eku {
     const char* der;
-    std::vector<LPSTR> oids;
+    std::vector<const char*> oids;
     CERT_ENHKEY_USAGE usage() const {
-        LPSTR* list = oids.empty() ? nullptr : const_cast<LPSTR*>(oids.data());
-        return CERT_ENHKEY_USAGE{static_cast<DWORD>(oids.size()), list};
+        return {static_cast<DWORD>(oids.size()), oids.empty() ? nullptr : const_cast<LPSTR*>(oids.data())};
     }
 };
-LPSTR oid(const char* text) { return const_cast<LPSTR>(text); }
-const Eku kTs{"300A06082B06010505070308", {oid(kTimeStamping)}},
-    kServer{"300A06082B06010505070301", {oid("1.3.6.1.5.5.7.3.1")}}, kAny{"30060604551D2500", {oid("2.5.29.37.0")}},
-    kEmpty{nullptr, {}}, kUndecodable{"300406028080", {}},
-    kServerAndTs{"301406082B0601050507030106082B06010505070308", {oid("1.3.6.1.5.5.7.3.1"), oid(kTimeStamping)}};
+const char *kTimeStamping = "1.3.6.1.5.5.7.3.8", *kServerAuth = "1.3.6.1.5.5.7.3.1";
+const Eku kTs{"300A06082B06010505070308", {kTimeStamping}}, kServer{"300A06082B06010505070301", {kServerAuth}},
+    kAny{"30060604551D2500", {"2.5.29.37.0"}}, kEmpty{nullptr, {}}, kUndecodable{"300406028080", {}},
+    kServerAndTs{"301406082B0601050507030106082B06010505070308", {kServerAuth, kTimeStamping}};
 
 // Result, last error, the status' dwError and indices, the extra status' dwError and
 // indices (0x77, 0x55, 0x66 where the policy left it alone or none was linked).
@@ -51,13 +48,13 @@ Outcome expected(bool withExtra, DWORD lastError, DWORD dwError, DWORD extraBits
 
 // What the private-key-usage-period policy was handed, and what it answers.
 struct PkupScript {
+    BOOL result = TRUE;
+    DWORD lastError = 0, dwError = 0, extraBits = 0;
     int calls = 0;
-    std::string oid;
+    std::string oid{};
     CERT_CHAIN_POLICY_PARA para{};
     ExtraPara extraPara{};
     DWORD statusCbSize = 0, extraStatusCbSize = 0;  // 0: no extra status
-    BOOL result = TRUE;
-    DWORD lastError = 0, dwError = 0, extraBits = 0;
 };
 
 BOOL pkupHook(void* user, LPCSTR oid, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA para,
@@ -80,28 +77,29 @@ BOOL pkupHook(void* user, LPCSTR oid, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_P
     return s->result;
 }
 
+// The string manager counts its allocations for the whole test.
 class Policies : public ::testing::Test {
 protected:
     void SetUp() override {
         qvfake_reset();
-        m_savedMemMgr = ATL::g_defaultStrMgr.GetMemoryManager();
+        m_saved = ATL::g_defaultStrMgr.GetMemoryManager();
         ATL::g_defaultStrMgr.SetMemoryManager(&heap);
     }
     void TearDown() override {
-        ATL::g_defaultStrMgr.SetMemoryManager(m_savedMemMgr);
+        ATL::g_defaultStrMgr.SetMemoryManager(m_saved);
         qvfake_reset();
     }
     // One end certificate with these EKU, Key Usage and usage period values (null: none);
     // the element's usage is what the EKU names, unless chainUsage is false.
     void certificate(const Eku* eku, const char* keyUsage, const char* period = nullptr, bool chainUsage = true) {
-        cert.reset(new FakeCert());
+        cert = FakeCert();
         for (auto ext : {std::make_pair(szOID_ENHANCED_KEY_USAGE, eku ? eku->der : nullptr),
                          std::make_pair(szOID_PRIVATEKEY_USAGE_PERIOD, period),
                          std::make_pair(szOID_KEY_USAGE, keyUsage)})
             if (ext.second)
-                cert->addExtension(ext.first, hex(ext.second));
+                cert.addExtension(ext.first, hex(ext.second));
         usage = (eku ? *eku : kEmpty).usage();
-        chain.reset(new FakeChain({cert->context()}));
+        chain.reset(new FakeChain({cert.context()}));
         if (eku && chainUsage)
             chain->element(0).pApplicationUsage = &usage;
     }
@@ -118,19 +116,21 @@ protected:
     CountingHeap heap;
     PkupScript pkup;
     CERT_CHAIN_POLICY_PARA para{sizeof(CERT_CHAIN_POLICY_PARA), 0, nullptr};
-    std::unique_ptr<FakeCert> cert;
+    FakeCert cert;
     CERT_ENHKEY_USAGE usage{};
     std::unique_ptr<FakeChain> chain;
 
 private:
-    ATL::IAtlMemMgr* m_savedMemMgr = nullptr;
+    ATL::IAtlMemMgr* m_saved = nullptr;
 };
 
-// Rows of both policies' outcome tables, each with and without an extra status. A Key
-// Usage that fits into 32 bytes is decoded once, never through the fallback buffer. The
-// inner records are built as the frame lays down: the flags handed on (the signature
+// Rows of both policies' outcome tables, each with and without an extra status (traced).
+// A Key Usage that fits into 32 bytes is decoded once, never through the fallback buffer.
+// The inner records are built as the frame lays down: the flags handed on (the signature
 // policy's unchanged, the timestamp policy's low 16 bits with 0x40000000), the extra
-// parameter (declared here with cbSize 0, which passes) copied in full size.
+// parameter (declared here with cbSize 0, which passes) copied in full size. pkupError and
+// pkupBits: the period policy's failure in the status and in the extra status; with
+// pkupLastError it returns FALSE. dwError is expected without, extraBits with extra status.
 TEST_F(Policies, OutcomeTables) {
     const char* noBits = "Key Usage extension does not contain neither digitalSignature nor nonRepudiation bits.\n";
     const char* innerFalse =
@@ -142,11 +142,8 @@ TEST_F(Policies, OutcomeTables) {
         bool chainUsage;
         DWORD flags;
         bool withPara;
-        DWORD pkupError, pkupBits;  // the period policy's failure, in the status and in the extra status
-        DWORD pkupLastError;        // non-zero: the period policy returns FALSE with it
-        DWORD lastError, dwError;   // expected, dwError without extra status
-        DWORD extraBits;            // expected with extra status
-        const char* trace;          // a line of SignatureImpl
+        DWORD pkupError, pkupBits, pkupLastError, lastError, dwError, extraBits;
+        const char* trace;  // a line of SignatureImpl
     } rows[] = {
         {kSignature, nullptr, "03020080", true, ~0u, true, 0, 0, 0, kSentinel, 0, 0, ""},  // digitalSignature
         {kSignature, nullptr, nullptr, true, ~0u, true, 0, 0, 0, kSentinel, 0, 0, ""},  // no Key Usage, no limit
@@ -194,11 +191,7 @@ TEST_F(Policies, OutcomeTables) {
         for (bool withExtra : {false, true}) {
             SCOPED_TRACE(testing::Message() << "row " << i << (withExtra ? ", extra status" : ", no extra status"));
             qvfake_reset();
-            pkup = PkupScript();
-            pkup.dwError = withExtra ? 0 : row.pkupError;
-            pkup.extraBits = row.pkupBits;
-            pkup.result = row.pkupLastError == 0;
-            pkup.lastError = row.pkupLastError;
+            pkup = PkupScript{row.pkupLastError == 0, row.pkupLastError, withExtra ? 0 : row.pkupError, row.pkupBits};
             qvfake_set_pkup_hook(pkupHook, &pkup);
             certificate(row.eku, row.keyUsage, nullptr, row.chainUsage);
             para = CERT_CHAIN_POLICY_PARA{sizeof para, row.flags, row.withPara ? &extraPara : nullptr};
@@ -211,12 +204,10 @@ TEST_F(Policies, OutcomeTables) {
             }
             const bool signature = row.policy == kSignature;
             const bool stopped = row.pkupLastError || (!withExtra && row.pkupError);
-            if (signature) {
-                EXPECT_EQ(qvfake_decode_calls(), row.keyUsage && !stopped ? 1u : 0u);
-            }
-            EXPECT_EQ(heap.allocations + heap.reallocations, 0);
-            EXPECT_EQ(std::make_tuple(pkup.calls, pkup.oid, pkup.para.cbSize, pkup.para.dwFlags, pkup.statusCbSize),
-                      std::make_tuple(1, std::string(QVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD), DWORD(sizeof para),
+            EXPECT_EQ(std::make_tuple(qvfake_decode_calls(), heap.allocations + heap.reallocations, pkup.calls, pkup.oid,
+                                      pkup.para.cbSize, pkup.para.dwFlags, pkup.statusCbSize),
+                      std::make_tuple(signature && row.keyUsage && !stopped ? 1u : signature ? 0u : qvfake_decode_calls(),
+                                      0, 1, std::string(QVCERT_CHAIN_POLICY_PRIVATEKEY_USAGE_PERIOD), DWORD(sizeof para),
                                       signature ? row.flags : 0x40000000u | (row.flags & 0xFFFF),
                                       DWORD(sizeof(CERT_CHAIN_POLICY_STATUS))));
             EXPECT_EQ(std::make_tuple(pkup.extraPara.cbSize, pkup.extraPara.pvUsagePeriodArg, pkup.extraStatusCbSize),
@@ -228,7 +219,8 @@ TEST_F(Policies, OutcomeTables) {
 
 // The timestamp policy permits 0x0006FFFF, with a hole at 0x10000; refused flags leave both
 // statuses initialised. The extra parameter's pointer reaches the innermost policy
-// unchanged through two levels, whatever the declared size up to the record's.
+// unchanged through two levels, whatever the declared size up to the record's: cbSize 0, a
+// pointer's size, the full size, or none linked.
 TEST_F(Policies, TimestampFlagMaskAndExtraParameter) {
     certificate(&kTs, nullptr);
     qvfake_set_pkup_hook(pkupHook, &pkup);
@@ -238,7 +230,6 @@ TEST_F(Policies, TimestampFlagMaskAndExtraParameter) {
                                            {0x00080000u, false}, {0x40000000u, false}, {0x80000000u, false},
                                            {0x00070000u, false}, {0xFFFFFFFFu, false}};
     for (const auto& row : rows) {
-        // Extra parameters declared with cbSize 0, a pointer's size, the full size, or none.
         for (DWORD declared : {DWORD(0), DWORD(sizeof(void*)), DWORD(sizeof(ExtraPara)), DWORD(0xFFFFFFFFu)}) {
             const bool linked = declared != 0xFFFFFFFFu, withExtra = declared % 2 == 0;
             pkup = PkupScript();
@@ -247,11 +238,11 @@ TEST_F(Policies, TimestampFlagMaskAndExtraParameter) {
             TraceCapture trace;
             EXPECT_EQ(run(kTimestamp, &para, withExtra), expected(withExtra, row.second ? kSentinel : 87u, 0, 0, 0, 0))
                 << std::hex << row.first << " " << declared;
-            EXPECT_EQ(std::make_tuple(pkup.calls, pkup.para.dwFlags, pkup.extraPara.pvUsagePeriodArg),
+            EXPECT_EQ(std::make_tuple(pkup.calls, pkup.para.dwFlags, pkup.extraPara.pvUsagePeriodArg,
+                                      trace.text().find("TimestampSigningImpl|pPolicyPara->dwFlags contains unknown "
+                                                        "flags") != std::string::npos),
                       std::make_tuple(row.second ? 1 : 0, row.second ? (row.first & 0xFFFFu) | 0x40000000u : 0u,
-                                      row.second && linked ? &moment : nullptr));
-            EXPECT_EQ(trace.text().find("TimestampSigningImpl|pPolicyPara->dwFlags contains unknown flags") !=
-                          std::string::npos, !row.second);
+                                      row.second && linked ? &moment : nullptr, !row.second));
         }
     }
 }
@@ -289,9 +280,9 @@ TEST_F(Policies, BadRecordsAreRefusedWith87) {
 }
 
 // A Key Usage decoder that fails its first call with firstError; after ERROR_MORE_DATA
-// with a size of `need` it answers the second call as scripted.
+// with a size of `need` it answers the second call as scripted (secondError 0: success).
 struct ScriptedDecode {
-    DWORD firstError, need, secondError;  // secondError 0: the second call succeeds
+    DWORD firstError, need, secondError;
     BYTE bits[1];
     int calls = 0;
     DWORD secondSize = 0;
@@ -311,8 +302,7 @@ BOOL scriptedDecodeHook(void* user, DWORD, LPCSTR type, const BYTE*, DWORD, DWOR
         SetLastError(s->secondError);
         return FALSE;
     }
-    // Write the whole claimed size, so that a short fallback buffer shows under ASan.
-    std::memset(out, 0xEE, *pcb);
+    std::memset(out, 0xEE, *pcb);  // the whole claimed size, so that a short fallback buffer shows under ASan
     CRYPT_BIT_BLOB blob{1, s->bits, 0};
     std::memcpy(out, &blob, sizeof blob);
     return TRUE;
@@ -321,7 +311,6 @@ BOOL scriptedDecodeHook(void* user, DWORD, LPCSTR type, const BYTE*, DWORD, DWOR
 // Only ERROR_MORE_DATA earns a second call, into the string buffer, which is taken once
 // and handed back on every way out. Other errors come back in HRESULT form.
 TEST_F(Policies, KeyUsageDecoderFailures) {
-    const DWORD more = ERROR_MORE_DATA;
     const std::string again =
         "SignatureImpl|Key Usage extension requires more than 32 bytes (notably, 100) to decode.\n";
     const std::string failed = "SignatureImpl|Key Usage extension could not be decoded.\n";
@@ -332,10 +321,10 @@ TEST_F(Policies, KeyUsageDecoderFailures) {
         int calls, allocations;
         std::string trace;
     } rows[] = {
-        {more, 100, 0, 0x80, more, 0, 2, 1, again},  // the last error stays as the decoder left it
-        {more, 100, 0, 0x20, more, kWrongUsage, 2, 1, again},
-        {more, 100, 13, 0x80, 0x8007000Du, 0, 2, 1, failed},
-        {more, 0xFFFFFFF0u, 0, 0x80, 0x80070057u, 0, 1, 0, ""},  // beyond any string
+        {kMore, 100, 0, 0x80, kMore, 0, 2, 1, again},  // the last error stays as the decoder left it
+        {kMore, 100, 0, 0x20, kMore, kWrongUsage, 2, 1, again},
+        {kMore, 100, 13, 0x80, 0x8007000Du, 0, 2, 1, failed},
+        {kMore, 0xFFFFFFF0u, 0, 0x80, 0x80070057u, 0, 1, 0, ""},  // beyond any string
         {5, 0, 0, 0, 0x80070005u, 0, 1, 0, failed},               {0x12345, 0, 0, 0, 0x80072345u, 0, 1, 0, failed},
         {0, 0, 0, 0, 0, 0, 1, 0, failed},                         {0x80093102u, 0, 0, 0, 0x80093102u, 0, 1, 0, failed},
     };
@@ -359,18 +348,19 @@ TEST_F(Policies, KeyUsageDecoderFailures) {
 
 // The stand-in's private-key-usage-period policy under a Key Usage that fails too: with an
 // extra status both failures come back at once, without one the period's ends the policy.
+// The period is 2020-01-01 .. 2021-01-01 unless given; year 0: now; a malformed value
+// (notBefore "2020") stops the policy with its last error.
 TEST_F(Policies, UsagePeriodFailsByTheSideOfTheMoment) {
-    const std::string from = "800F32303230303130313030303030305A", to = "810F32303231303130313030303030305A";
+    const std::string both = "3022800F32303230303130313030303030305A810F32303231303130313030303030305A";
     const struct {
-        std::string period;     // PrivateKeyUsagePeriod, 2020-01-01 .. 2021-01-01 unless given
-        WORD year, month, day;  // year 0: now
-        DWORD bits, lastError;  // lastError of a malformed value: the policy cannot run
+        std::string period;
+        WORD year, month, day;
+        DWORD bits, lastError;
     } rows[] = {
-        {"3022" + from + to, 2019, 12, 31, 0x01, kSentinel}, {"3022" + from + to, 2020, 1, 1, 0, kSentinel},
-        {"3022" + from + to, 2021, 1, 1, 0, kSentinel},      {"3022" + from + to, 2021, 1, 2, 0x02, kSentinel},
-        {"3011" + from, 0, 0, 0, 0, kSentinel},
+        {both, 2019, 12, 31, 0x01, kSentinel}, {both, 2020, 1, 1, 0, kSentinel}, {both, 2021, 1, 1, 0, kSentinel},
+        {both, 2021, 1, 2, 0x02, kSentinel},   {both.substr(4, 34).insert(0, "3011"), 0, 0, 0, 0, kSentinel},
         {"3011810F32303030303130313030303030305A", 0, 0, 0, 0x02, kSentinel},  // ended in 2000
-        {"3006800432303230", 0, 0, 0, 0, 0x8009310Bu},  // notBefore "2020"
+        {"3006800432303230", 0, 0, 0, 0, 0x8009310Bu},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(testing::Message() << row.period << " at " << row.year << "-" << row.month << "-" << row.day);
@@ -379,7 +369,7 @@ TEST_F(Policies, UsagePeriodFailsByTheSideOfTheMoment) {
         FILETIME at{};
         SystemTimeToFileTime(&day, &at);
         ExtraPara extra{sizeof(ExtraPara), &at};
-        para.pvExtraPolicyPara = row.year ? &extra : nullptr;  // none: now
+        para.pvExtraPolicyPara = row.year ? &extra : nullptr;
         const BOOL ok = row.lastError == kSentinel;
         const LONG index = row.bits ? 0 : -1;
         EXPECT_EQ(run(kSignature, &para, true),
@@ -391,7 +381,8 @@ TEST_F(Policies, UsagePeriodFailsByTheSideOfTheMoment) {
     }
 }
 
-// The stand-in's Key Usage decoding under the size protocol.
+// The stand-in's Key Usage decoding under the size protocol: with NOCOPY the record alone,
+// pointing into the caller's bytes; copying, the bits follow the record.
 TEST(KeyUsageDecoding, SizeProtocolAndNoCopy) {
     qvfake_reset();
     const std::vector<uint8_t> value = hex("03020186");  // one unused bit, byte 0x86
@@ -400,16 +391,13 @@ TEST(KeyUsageDecoding, SizeProtocolAndNoCopy) {
         return CryptDecodeObject(X509_ASN_ENCODING | PKCS_7_ASN_ENCODING, szOID_KEY_USAGE, v.data(),
                                  static_cast<DWORD>(v.size()), flags, out, cb);
     };
-    // NOCOPY: the record alone, pointing into the caller's bytes.
     CRYPT_BIT_BLOB blob{};
     DWORD cb = 0, small = sizeof blob - 1;
     ASSERT_EQ(decode(value, CRYPT_DECODE_NOCOPY_FLAG, nullptr, &cb), TRUE);
     EXPECT_EQ(decode(value, CRYPT_DECODE_NOCOPY_FLAG, &blob, &small), FALSE);
-    EXPECT_EQ(std::make_tuple(cb, GetLastError(), small),
-              std::make_tuple(DWORD(sizeof blob), 234u, DWORD(sizeof blob)));
+    EXPECT_EQ(std::make_tuple(cb, GetLastError(), small), std::make_tuple(DWORD(sizeof blob), 234u, DWORD(sizeof blob)));
     ASSERT_EQ(decode(value, CRYPT_DECODE_NOCOPY_FLAG, &blob, &cb), TRUE);
     EXPECT_EQ(std::make_tuple(blob.cbData, blob.cUnusedBits, blob.pbData), std::make_tuple(1u, 1u, value.data() + 3));
-    // Copying: the bits follow the record in the caller's buffer.
     cb = 0;
     ASSERT_EQ(decode(value, 0, nullptr, &cb), TRUE);
     std::vector<uint8_t> out(cb);
@@ -424,12 +412,12 @@ TEST(KeyUsageDecoding, SizeProtocolAndNoCopy) {
     }
 }
 
-// IsValidByApplicationUsage: each argument on its own.
+// IsValidByApplicationUsage for the time-stamping purpose, each argument on its own:
+// certificate EKU (null: none), chain usage (null: none at all), then the four flags.
 TEST(IsValidByApplicationUsage, Table) {
     const struct {
         const char* name;
-        const Eku* eku;    // certificate EKU (null: none)
-        const Eku* chain;  // chain usage (null: none at all)
+        const Eku *eku, *chain;
         BOOL anyIfNoCert, anyIfNoChain, explicitOnly, both;
         DWORD expected;
     } rows[] = {
@@ -451,14 +439,13 @@ TEST(IsValidByApplicationUsage, Table) {
         {"undecodable EKU grants nothing", &kUndecodable, nullptr, TRUE, TRUE, FALSE, TRUE, 0x04},
     };
     for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
         FakeCert cert;
         if (row.eku)
             cert.addExtension(szOID_ENHANCED_KEY_USAGE, hex(row.eku->der));
         CERT_ENHKEY_USAGE usage = (row.chain ? *row.chain : kEmpty).usage();
         EXPECT_EQ(IsValidByApplicationUsage(cert.context(), row.chain ? &usage : nullptr, kTimeStamping,
                                             row.anyIfNoCert, row.anyIfNoChain, row.explicitOnly, row.both),
-                  row.expected);
+                  row.expected) << row.name;
     }
 }
 

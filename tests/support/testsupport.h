@@ -10,16 +10,17 @@
 #include <atomic>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testsupport {
 
 std::vector<uint8_t> hex(const std::string& text);
-std::string toHex(const uint8_t* p, size_t n);
+std::string toHex(const uint8_t* p, size_t n);  // upper case
 std::vector<uint8_t> readFile(const std::string& path);
 bool fileExists(const std::string& path);
 Quorvane::CBlob blobOf(const std::vector<uint8_t>& bytes);
-std::string hexOf(const Quorvane::CBlob& b);  // upper case
+std::string hexOf(const Quorvane::CBlob& b);
 
 // The m_hr of the CAtlException that f throws; a test failure when it throws none.
 template <typename F>
@@ -45,26 +46,19 @@ public:
     bool refuse = false;
 };
 
-// A certificate context built by hand: names, key bits, serial and extensions as given.
-class FakeCert {
-public:
-    FakeCert();
-    FakeCert& addExtension(const char* oid, const std::vector<uint8_t>& value, bool critical = false);
-    FakeCert& setSubject(const std::vector<uint8_t>& der);
-    FakeCert& setIssuer(const std::vector<uint8_t>& der);
-    FakeCert& setSerial(const std::vector<uint8_t>& littleEndian);
-    FakeCert& setPublicKey(const std::vector<uint8_t>& bits);
+// A certificate context built by hand: CN=Test issued by itself, serial 01 (little-endian
+// as the context holds it), key bits 0102030405 unless changed; context() wires the fields.
+struct FakeCert {
+    std::vector<uint8_t> subject = hex("300F310D300B06035504030C0454657374"), issuer = subject, serial{1},
+                         key = hex("0102030405");
+    FakeCert& addExtension(const char* oid, const std::vector<uint8_t>& value);
     PCCERT_CONTEXT context();
 
 private:
-    void wire();
     CERT_CONTEXT m_ctx{};
     CERT_INFO m_info{};
-    std::vector<std::string> m_oids;
-    std::vector<std::vector<uint8_t>> m_values;
-    std::vector<BOOL> m_critical;
+    std::vector<std::pair<std::string, std::vector<uint8_t>>> m_values;
     std::vector<CERT_EXTENSION> m_exts;
-    std::vector<uint8_t> m_subject, m_issuer, m_serial, m_key;
 };
 
 // One simple chain over the given certificates (end first).
@@ -73,7 +67,6 @@ public:
     FakeChain(std::vector<PCCERT_CONTEXT> certs, DWORD trustErrorStatus = 0);
     PCCERT_CHAIN_CONTEXT get() const { return &m_chain; }
     CERT_CHAIN_ELEMENT& element(size_t i) { return m_elements[i]; }
-    CERT_CHAIN_CONTEXT& context() { return m_chain; }
 
 private:
     CERT_CHAIN_CONTEXT m_chain{};
@@ -83,23 +76,18 @@ private:
     std::vector<PCERT_CHAIN_ELEMENT> m_elementPtrs;
 };
 
-// Switches trace on into memory for the lifetime of the object and hands back the lines
-// as "function|text" records.
+// Switches trace on into memory for the lifetime of the object; text() holds the lines as
+// "function|text".
 class TraceCapture {
 public:
     TraceCapture();
     ~TraceCapture();
     std::string text() const;
-    std::vector<std::string> lines() const;
-    void clear();
 
 private:
     TSupportDbContext_* m_saved;
     TSupportDbContext_* m_ctx;
 };
-
-// Whether `expected` occurs in `lines` in this order, other lines between them allowed.
-bool inOrder(const std::vector<std::string>& lines, const std::vector<std::string>& expected);
 
 // Every regular file below corpus/<sub>, sorted; empty when the corpus is absent.
 std::vector<std::string> corpusFiles(const std::string& sub);
@@ -108,12 +96,6 @@ std::vector<std::string> corpusFiles(const std::string& sub);
 std::vector<std::string> corpusByKind(const std::string& kind, bool withBad = false);
 std::string corpusDir();
 bool corpusPresent();
-
-// The bare status records of a policy call.
-struct PolicyRecords {
-    CERT_CHAIN_POLICY_PARA para{sizeof(CERT_CHAIN_POLICY_PARA), 0, nullptr};
-    CERT_CHAIN_POLICY_STATUS status{sizeof(CERT_CHAIN_POLICY_STATUS), 0, 0, 0, nullptr};
-};
 
 }  // namespace testsupport
 
