@@ -10,7 +10,7 @@
 #include <gnutls/ocsp.h>
 #include <gnutls/x509.h>
 
-#include <map>
+#include <set>
 #include <memory>
 #include <string>
 #include <vector>
@@ -33,10 +33,8 @@ struct SingleId {
 
 Bytes bytesOf(const gnutls_datum_t& d) { return Bytes(d.data, d.data + d.size); }
 Bytes bytesOf(const Quorvane::CBlob& b) { return Bytes(b.pbData(), b.pbData() + b.cbData()); }
-template <class B>
-Bytes bytesOf(const B& b) {  // a CryptoAPI blob
-    return Bytes(b.pbData, b.pbData + b.cbData);
-}
+Bytes bytesOf(const CRYPT_INTEGER_BLOB& b) { return Bytes(b.pbData, b.pbData + b.cbData); }
+Bytes bytesOf(const CRYPT_BIT_BLOB& b) { return Bytes(b.pbData, b.pbData + b.cbData); }
 
 // The CertIDs of one response and the certificates it carries; false if it is no response.
 bool readResponse(const std::string& path, std::vector<SingleId>& ids, std::vector<CertPtr>& certs) {
@@ -56,8 +54,7 @@ bool readResponse(const std::string& path, std::vector<SingleId>& ids, std::vect
             break;
         const char* oid = gnutls_digest_get_oid(digest);
         ids.push_back(SingleId{path, oid ? oid : "", bytesOf(name), bytesOf(key), bytesOf(serial)});
-        for (void* p : {name.data, key.data, serial.data})
-            gnutls_free(p);
+        gnutls_free(name.data), gnutls_free(key.data), gnutls_free(serial.data);
     }
     gnutls_x509_crt_t* list = nullptr;
     size_t count = 0;
@@ -91,7 +88,7 @@ TEST(CertIdCorpus, HashesEqualThoseInTheResponses) {
     ASSERT_GT(responses, 20u);
     ASSERT_GT(certs.size(), 20u);
     size_t issuerMatches = 0, serialMatches = 0;
-    std::map<std::string, size_t> algorithms;
+    std::set<std::string> algorithms;
     for (const SingleId& id : ids) {
         if (CertOIDToAlgId(id.oid.c_str()) == 0)
             continue;
@@ -106,7 +103,7 @@ TEST(CertIdCorpus, HashesEqualThoseInTheResponses) {
         if (issuer == nullptr)
             continue;
         ++issuerMatches;
-        ++algorithms[id.oid];
+        algorithms.insert(id.oid);
         for (const CertPtr& subject : certs) {
             if (bytesOf(subject->pCertInfo->Issuer) != bytesOf(issuer->pCertInfo->Subject))
                 continue;
@@ -124,9 +121,6 @@ TEST(CertIdCorpus, HashesEqualThoseInTheResponses) {
     EXPECT_GE(issuerMatches, 30u) << ids.size() << " CertIDs";
     EXPECT_GE(serialMatches, 15u);
     EXPECT_GE(algorithms.size(), 3u);
-    for (const auto& a : algorithms)
-        std::printf("CertIDs matched under %s: %zu\n", a.first.c_str(), a.second);
-    std::printf("CertIDs %zu, issuer present %zu, subject present %zu\n", ids.size(), issuerMatches, serialMatches);
 }
 
 // The key hash covers the key bits only, not the BIT STRING's tag, length and unused-bits
@@ -139,9 +133,10 @@ TEST(CertIdCorpus, HashInputsAreNameEncodingAndKeyBits) {
     if (!ee || !ca)
         GTEST_SKIP() << "mychain certificates absent";
     const chainvet_tool::CertId id = computeCertId(ee.get(), ca.get(), "1.3.14.3.2.26");
-    EXPECT_EQ(testsupport::hexOf(id.issuerNameHash), "DEAFDA46CA9103DD712A7726240BA64D967908E1");
-    EXPECT_EQ(testsupport::hexOf(id.issuerKeyHash), "9B9C41B3003604EE3414CDB643FE4A451E8FB4D3");
-    EXPECT_EQ(testsupport::toHex(id.serial.data(), id.serial.size()), "402BBC2780BCFE52E97ACBBECB19847206E868AC");
+    EXPECT_EQ(testsupport::hexOf(id.issuerNameHash) + testsupport::hexOf(id.issuerKeyHash) +
+                  testsupport::toHex(id.serial.data(), id.serial.size()),
+              "DEAFDA46CA9103DD712A7726240BA64D967908E1" "9B9C41B3003604EE3414CDB643FE4A451E8FB4D3"
+              "402BBC2780BCFE52E97ACBBECB19847206E868AC");
     const CERT_INFO* ci = ca->pCertInfo;
     EXPECT_EQ(id.issuerNameHash, Quorvane::MakeHash(0, CALG_SHA1, testsupport::blobOf(bytesOf(ci->Subject)), nullptr));
     EXPECT_EQ(id.issuerKeyHash,

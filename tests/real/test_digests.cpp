@@ -56,24 +56,21 @@ TEST(Digests, PublishedVectors) {
         // algorithm, found through the search the library itself uses. The handed-over
         // hash is finished: it answers again and refuses more data.
         struct Walk : Quorvane::CFindAlgIdInDefaultProviders {
-            explicit Walk(ALG_ID a) : CFindAlgIdInDefaultProviders(a) {}
+            using CFindAlgIdInDefaultProviders::CFindAlgIdInDefaultProviders;
             bool found = false;
             bool OnType(DWORD type, const char* name) override {
-                found = !CFindAlgIdInDefaultProviders::OnType(type, name);
-                return !found;
+                return !(found = !CFindAlgIdInDefaultProviders::OnType(type, name));
             }
         } walk(row.alg);
-        ASSERT_EQ(walk.Enum(), S_OK);
-        ASSERT_TRUE(walk.found);
+        ASSERT_TRUE(walk.Enum() == S_OK && walk.found);
         HCRYPTHASH hHash = 0;
         EXPECT_EQ(hexOf(MakeHash(walk.m_hProv, row.alg, blobOf(row.message), &hHash)), row.digest);
         ALG_ID alg = 0;
         BYTE again[64];
         DWORD cbAlg = sizeof alg, cb = sizeof again;
-        EXPECT_TRUE(CryptGetHashParam(hHash, HP_ALGID, reinterpret_cast<BYTE*>(&alg), &cbAlg, 0));
-        EXPECT_EQ(alg, row.alg);
-        ASSERT_TRUE(CryptGetHashParam(hHash, HP_HASHVAL, again, &cb, 0));
-        EXPECT_EQ(testsupport::toHex(again, cb), row.digest);
+        ASSERT_TRUE(CryptGetHashParam(hHash, HP_ALGID, reinterpret_cast<BYTE*>(&alg), &cbAlg, 0) &&
+                    CryptGetHashParam(hHash, HP_HASHVAL, again, &cb, 0));
+        EXPECT_EQ(std::make_pair(alg, testsupport::toHex(again, cb)), std::make_pair(row.alg, std::string(row.digest)));
         EXPECT_FALSE(CryptHashData(hHash, again, 1, 0));
         EXPECT_EQ(static_cast<HRESULT>(GetLastError()), NTE_BAD_HASH_STATE);
         EXPECT_TRUE(CryptDestroyHash(hHash));
@@ -85,14 +82,12 @@ TEST(Digests, PublishedVectors) {
 
 TEST(Digests, OidToAlgId) {
     const std::pair<const char*, ALG_ID> rows[] = {
-        {"1.3.14.3.2.26", CALG_SHA1},          {"2.16.840.1.101.3.4.2.1", CALG_SHA_256},
-        {"2.16.840.1.101.3.4.2.2", CALG_SHA_384}, {"2.16.840.1.101.3.4.2.3", CALG_SHA_512},
-        {"1.2.840.113549.2.5", CALG_MD5},      {"1.2.643.2.2.9", CALG_GR3411},
-        {"1.2.643.7.1.1.2.2", CALG_GR3411_2012_256}, {"1.2.643.7.1.1.2.3", CALG_GR3411_2012_512},
-        {"1.2.840.113549.1.1.11", CALG_SHA_256}, {"1.2.3.4", 0}, {"", 0}};
-    for (const auto& r : rows)
-        EXPECT_EQ(CertOIDToAlgId(r.first), r.second) << r.first;
-    EXPECT_EQ(CertOIDToAlgId(nullptr), 0u);
+        {"1.3.14.3.2.26", CALG_SHA1}, {"2.16.840.1.101.3.4.2.1", CALG_SHA_256}, {"1.2.840.113549.2.5", CALG_MD5},
+        {"2.16.840.1.101.3.4.2.2", CALG_SHA_384}, {"2.16.840.1.101.3.4.2.3", CALG_SHA_512}, {"1.2.3.4", 0},
+        {"1.2.643.2.2.9", CALG_GR3411}, {"1.2.643.7.1.1.2.2", CALG_GR3411_2012_256}, {nullptr, 0}, {"", 0},
+        {"1.2.643.7.1.1.2.3", CALG_GR3411_2012_512}, {"1.2.840.113549.1.1.11", CALG_SHA_256}};
+    for (const auto& [oid, alg] : rows)
+        EXPECT_EQ(CertOIDToAlgId(oid), alg) << (oid ? oid : "null");
 }
 
 // Narrows [p, p + n) to the contents of its index-th element, which must have this tag
