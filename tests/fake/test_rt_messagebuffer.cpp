@@ -37,9 +37,7 @@ public:
     }
 };
 
-// A value that encodes to nothing.
-class EmptyControl : public ASN1CType {
-public:
+struct EmptyControl : ASN1CType {  // a value that encodes to nothing
     explicit EmptyControl(ASN1MessageBufferIF& buf) : ASN1CType(buf) {}
 };
 
@@ -51,29 +49,26 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
         CountingAllocator alloc;
         alloc.failNext(100);  // no heap record; the base catches it as well
         EXPECT_EQ((Ints{thrown<ASN1MessageBuffer::RTLError>([] { ASN1BERDecodeBuffer buf; }),
-                        thrown<ASN1RTLException>([] { ASN1Context ctxt; })}), (Ints{-12, -12}));
-        alloc.failNext(100, 1);  // the heap record, then no message buffer: the context goes too
-        EXPECT_EQ(thrown<ASN1MessageBuffer::RTLError>([] { ASN1BEREncodeBuffer buf; }), -12);
-        EXPECT_EQ(alloc.live(), 0u);
-        alloc.failNext(100, 1);  // a static buffer needs no more memory
+                        thrown<ASN1RTLException>([] { ASN1Context ctxt; }), (alloc.failNext(100, 1), 0),
+                        thrown<ASN1MessageBuffer::RTLError>([] { ASN1BEREncodeBuffer buf; }), int(alloc.live())}),
+                  (Ints{-12, -12, 0, -12, 0}));  // the heap record, then no message buffer: the context goes too
+        alloc.failNext(100, 1);  // a static buffer needs no more memory: N-1 octets fit
         ASN1OCTET storage[8];
         ASN1BEREncodeBuffer buf(storage, sizeof storage);
-        ASN1CTXT* ctxt = buf.getCtxtPtr();
-        EXPECT_EQ(make_tuple(ctxt->bufData, ctxt->bufDynamic, ctxt->bufIndex), make_tuple(storage, ASN1UINT8(0), 7u));
         OctetsControl v(buf);
         v.value = std::vector<ASN1OCTET>(5, 0x11);
-        EXPECT_EQ(v.EncodeTo(buf), 7) << "N-1 octets fit";
-        EXPECT_EQ(buf.getMsgPtr(), storage);
+        EXPECT_EQ((std::tuple<ASN1UINT8, int, const ASN1OCTET*>{buf.getCtxtPtr()->bufDynamic, v.EncodeTo(buf), buf.getMsgPtr()}),
+                  make_tuple(ASN1UINT8(0), 7, storage));
         v.value.push_back(0x22);  // no room for the tag, then none for the length
         EXPECT_EQ(v.EncodeTo(buf), -1);
         v.value.push_back(0x33);
         EXPECT_EQ((Ints{thrown<ASN1RTLException>([&] { buf << v; }), buf.getStatus()}), (Ints{-1, -1}));
     }
     EXPECT_EQ(GetLastError(), 4321u);
-    // Encode buffers.
-    ASN1BEREncodeBuffer encoder;
+    ASN1BEREncodeBuffer encoder;  // encode buffers
     ASN1CTXT* ec = encoder.getCtxtPtr();
-    EXPECT_EQ(make_tuple(ec->bufSize, ec->bufDynamic, encoder.getMsgPtr() - ec->bufData), make_tuple(16384u, ASN1UINT8(1), 16383));
+    EXPECT_EQ(make_tuple(ec->bufSize, ec->bufDynamic, encoder.getMsgPtr() - ec->bufData),
+              make_tuple(16384u, ASN1UINT8(1), 16383));
     std::unique_ptr<ASN1OCTET[]> fresh(encoder.getMsgCopy());  // bufSize - bufIndex is 1 before any encoding
     OctetsControl octets(encoder);
     EmptyControl empty(encoder);
@@ -81,74 +76,68 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
     EXPECT_EQ((Ints{thrown<ASN1RTLException>([&] { encoder << octets; }), thrown<ASN1RTLException>([&] { encoder << empty; })}),
               (Ints{5, 0}));
     std::unique_ptr<ASN1OCTET[]> copy(encoder.getMsgCopy());
-    EXPECT_EQ(make_tuple(fresh.get() != nullptr, toHex(encoder.getMsgPtr(), 5), toHex(copy.get(), 5)),
-              make_tuple(true, "0403AABBCC", "0403AABBCC"));
+    EXPECT_EQ(make_tuple(fresh.get() != nullptr, toHex(copy.get(), 5)), make_tuple(true, "0403AABBCC"));
     octets.value = {1, 2};  // each encode starts the buffer over; Encode uses the stored buffer
     EXPECT_EQ(octets.EncodeTo(encoder) + octets.Encode(), 8);
-    EXPECT_EQ(toHex(encoder.getMsgPtr(), 4), "04020102");
-    EXPECT_EQ(make_tuple(encoder.init(), ec->bufIndex), make_tuple(16383, 16383u));
-
+    EXPECT_EQ((std::tuple<std::string, int, ASN1UINT>{toHex(encoder.getMsgPtr(), 4), encoder.init(), ec->bufIndex}),
+              make_tuple("04020102", 16383, 16383u));
     octets.value.resize(40000);  // the dynamic buffer grows and keeps the octets
     for (size_t i = 0; i < octets.value.size(); ++i)
         octets.value[i] = (ASN1OCTET)(i * 7);
     ASSERT_EQ(octets.EncodeTo(encoder), 40004);
-    EXPECT_EQ(make_tuple(toHex(encoder.getMsgPtr(), 4), memcmp(encoder.getMsgPtr() + 4, octets.value.data(), octets.value.size()),
-                         ec->bufSize >= 40005u), make_tuple("04829C40", 0, true));
+    const ASN1OCTET* msg = encoder.getMsgPtr();
+    EXPECT_EQ(make_tuple(toHex(msg, 4), memcmp(msg + 4, octets.value.data(), octets.value.size())), make_tuple("04829C40", 0));
     ASN1OCTET storage16[16];
     EXPECT_EQ(encoder.setBuffer(storage16, sizeof storage16), 0);  // now static
     EXPECT_EQ(encoder.getMsgPtr(), storage16 + 15);
-    // The kinds, and the initialisers.
+    // The kinds, and the initialisers; a decode buffer has no copy.
     ASN1BEREncodeBuffer enc;
     ASN1BERDecodeBuffer dec;
     char text[] = "x";
     unsigned short wide[] = {0x78, 0};
     static_assert(ASN1MessageBufferIF::BEREncode == 0 && ASN1MessageBufferIF::BERDecode == 1, "the kinds");
-    EXPECT_EQ(make_tuple(enc.initBuffer(text), enc.initBuffer(wide), dec.initBuffer(text), dec.initBuffer(wide),
-                         dec.getMsgCopy()), make_tuple(-99, -99, -99, -99, nullptr)) << "a decode buffer has no copy";
-    EXPECT_EQ(make_tuple(enc.isA(ASN1MessageBufferIF::BEREncode), enc.isA(ASN1MessageBufferIF::BERDecode),
+    EXPECT_EQ(make_tuple(enc.initBuffer(text), enc.initBuffer(wide), dec.initBuffer(text), dec.initBuffer(wide), dec.getMsgCopy(),
+                         enc.isA(ASN1MessageBufferIF::BEREncode), enc.isA(ASN1MessageBufferIF::BERDecode),
                          dec.isA(ASN1MessageBufferIF::BEREncode), dec.isA(ASN1MessageBufferIF::BERDecode)),
-              make_tuple(true, false, false, true));
+              make_tuple(-99, -99, -99, -99, nullptr, true, false, false, true));
     ASN1MemBuf mem;
     const std::vector<uint8_t> bytes = hex("0403010203");
-    ASSERT_EQ(mem.append(bytes.data(), (ASN1UINT)bytes.size()), 0);
-    ASSERT_EQ(dec.initBuffer(mem), 0);
+    ASSERT_EQ(mem.append(bytes.data(), (ASN1UINT)bytes.size()) + dec.initBuffer(mem), 0);
     ASN1CTXT* dctxt = dec.getCtxtPtr();
     int len = 0;
-    EXPECT_EQ(make_tuple(mem.getData(&len), dctxt->bufSize, dctxt->bufIndex), make_tuple(dctxt->bufData, 5u, 0u));
     const ASN1OCTET* data = nullptr;
     ASN1UINT n = 0;
-    EXPECT_EQ(xd_octstr(dctxt, &data, &n, 1, 0), 0);
-    EXPECT_EQ(toHex(data, n), "010203");
-    // Decode buffers.
+    EXPECT_EQ((std::tuple<ASN1OCTET*, ASN1UINT, int, std::string>{mem.getData(&len), dctxt->bufSize,
+                  xd_octstr(dctxt, &data, &n, 1, 0), toHex(data, n)}), make_tuple(dctxt->bufData, 5u, 0, "010203"));
+    // Decode buffers: attached at the first init, not before; a second init or the same message again does not rewind.
     const std::vector<uint8_t> message = hex("04020a0b"), other = hex("0401ff");
     ASN1BERDecodeBuffer decoder(message.data(), (int)message.size());
     OctetsControl reader(decoder);
     ASN1CTXT* dc = decoder.getCtxtPtr();
-    // Attached at the first init, not before; a second init or the same message again does not rewind.
     EXPECT_EQ((Ints{decoder.isAttached(), reader.DecodeFrom(decoder), decoder.isAttached(), int(dc->bufIndex), decoder.init(),
                     int(dc->bufIndex), decoder.setBuffer(message.data(), (int)message.size()), int(dc->bufIndex),
                     decoder.setBuffer(other.data(), (int)other.size()), int(dc->bufIndex), int(dc->bufSize)}),
               (Ints{0, 0, 1, 4, 0, 4, 0, 4, 0, 0, 3}));
     EXPECT_EQ(make_tuple(toHex(reader.decoded, reader.decodedLen), decoder.getMsgPtr()), make_tuple("0A0B", other.data()));
-
+    // An INTEGER is no OCTET STRING: thrown, status shared; a length past the end shows in init, once.
     const std::vector<uint8_t> integer = hex("020105"), good = hex("0400"), bad = hex("0405aa");
     ASN1BERDecodeBuffer d1(integer.data(), (int)integer.size()), d2(good.data(), (int)good.size());
-    OctetsControl i(d1), w(d2);
     ASN1BERDecodeBuffer d3(bad.data(), (int)bad.size());
-    // An INTEGER is no OCTET STRING: thrown, status shared; a length past the end shows in init, once.
+    OctetsControl i(d1), w(d2);
     EXPECT_EQ((Ints{thrown<ASN1RTLException>([&] { d1 >> i; }), d1.getStatus(), i.getStatus(),
                     thrown<ASN1RTLException>([&] { d2 >> w; }), int(w.decodedLen), d3.init(), d3.init()}),
               (Ints{-3, -3, -3, 0, 0, -5, 0}));
-    // findElement: SEQUENCE { INTEGER 5, OCTET STRING 'ab', [0] { INTEGER 7 } }
+    // findElement: SEQUENCE { INTEGER 5, OCTET STRING 'ab', [0] { INTEGER 7 } }; a new search (flag 1) starts at the
+    // message, one with 0 goes on, here into [0].
     const std::vector<uint8_t> seq = hex("300c020105040261" "62a003020107");
     ASN1BERDecodeBuffer d4(seq.data(), (int)seq.size());
-    int found = -1;  // a new search (flag 1) starts at the message; one with 0 goes on, here into [0]
-    EXPECT_EQ(make_tuple(d4.findElement(0x20000010u, found, 1), found), make_tuple(seq.data(), 12));
-    EXPECT_EQ(make_tuple(d4.findElement(0x00000002u, found, 1), found), make_tuple(seq.data() + 2, 1));
-    EXPECT_EQ(make_tuple(d4.findElement(0x00000002u, found, 0), found), make_tuple(seq.data() + 11, 1));
-    EXPECT_EQ(d4.findElement(0x00000002u, found, 0), nullptr);
-    EXPECT_EQ(d4.findElement(0x00000006u, found, 1), nullptr);
-    // Controls share the buffer's context and outlive it.
+    int f[3] = {};
+    const auto* m = seq.data();
+    using Found = std::vector<const ASN1OCTET*>;
+    EXPECT_EQ((Found{d4.findElement(0x20000010u, f[0], 1), d4.findElement(2u, f[1], 1), d4.findElement(2u, f[2], 0),
+                     d4.findElement(2u, len, 0), d4.findElement(6u, len, 1)}), (Found{m, m + 2, m + 11, nullptr, nullptr}));
+    EXPECT_EQ((Ints{f[0], f[1], f[2]}), (Ints{12, 1, 1}));
+    // Controls share the buffer's context and outlive it, with the decoded copy on its heap.
     const std::vector<uint8_t> coffee = hex("0403c0ffee");
     OctetsControl* control = nullptr;
     {
@@ -163,24 +152,17 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
         ASSERT_EQ(control->DecodeFrom(shortLived), 0);
         rtErrSetData(&shared->errInfo, -18);
     }
-    // The buffer is gone; its context, with the decoded copy on its heap, is not.
-    ASSERT_NE(control->getCtxtPtr(), nullptr);
-    EXPECT_EQ(make_tuple(control->getCtxtPtr()->magic, control->getContext()->getRefCount(), control->getStatus()),
-              make_tuple(0x1aa2a34au, 2u, -18));
-    EXPECT_EQ(toHex(control->decoded, control->decodedLen), "C0FFEE");
+    EXPECT_EQ(make_tuple(control->getCtxtPtr()->magic, control->getContext()->getRefCount(), control->getStatus(),
+                         toHex(control->decoded, control->decodedLen)), make_tuple(0x1aa2a34au, 2u, -18, "C0FFEE"));
     delete control;
-
     ASN1BEREncodeBuffer target;
     OctetsControl own;  // a context of its own, and no buffer to encode to
     EXPECT_EQ(make_tuple(own.getMsgBuf(), own.Encode(), own.Decode()), make_tuple(nullptr, -30, -30));
     ASN1CTXT *mine = own.getCtxtPtr(), *theirs = target.getCtxtPtr();
-    ASSERT_NE(mine->typeHeap, theirs->typeHeap);
     const unsigned before = ((RtMemHeap*)theirs->typeHeap)->refCnt;
-    own.setMsgBuf(target);  // takes the buffer's type heap
-    EXPECT_EQ(make_tuple(own.getMsgBuf(), mine->typeHeap, ((RtMemHeap*)theirs->typeHeap)->refCnt),
-              make_tuple(static_cast<ASN1MessageBufferIF*>(&target), theirs->typeHeap, before + 1));
-    own.value = {9};
-    EXPECT_EQ(own.Encode(), 3);
+    own.setMsgBuf(target), own.value = {9};  // takes the buffer's type heap
+    EXPECT_EQ(make_tuple(own.getMsgBuf(), mine->typeHeap, ((RtMemHeap*)theirs->typeHeap)->refCnt, own.Encode()),
+              make_tuple(static_cast<ASN1MessageBufferIF*>(&target), theirs->typeHeap, before + 1, 3));
     // The counted context: references by hand and by ASN1CtxtPtr; only the last unref deletes.
     ASN1Context* counted = new ASN1Context;
     EXPECT_EQ(counted->getRefCount(), 0u);
@@ -190,9 +172,8 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
         r = q;
         ASN1MemBuf seg(*counted, 4);  // a memory buffer shares a given context, and grows by whole segments
         const ASN1OCTET six[] = {1, 2, 3, 4, 5, 6};
-        int segLen = 0;
         EXPECT_EQ((Ints{int(counted->getRefCount()), seg.append(six, 6), int(seg.getBuffer()->bufsize)}), (Ints{6, 0, 8}));
-        EXPECT_EQ(make_tuple(toHex(seg.getData(&segLen), 6), segLen, (ASN1Context*)ASN1CtxtPtr()),
+        EXPECT_EQ((std::tuple<std::string, int, ASN1Context*>{toHex(seg.getData(&len), 6), len, ASN1CtxtPtr()}),
                   make_tuple("010203040506", 6, nullptr));
     }
     EXPECT_EQ((Ints{int(counted->getRefCount()), (counted->_unref(), int(counted->getRefCount()))}), (Ints{2, 1}));
@@ -214,17 +195,13 @@ TEST(MessageBuffers, DecodeBufferOverCorpusFiles)
         ASN1BERDecodeBuffer dec(der.data(), (int)der.size());
         int len = 0;
         ASSERT_EQ(der.data(), dec.findElement(0x20000010u, len, 1));
-        const int header = der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F);
-        EXPECT_EQ(der.size(), (size_t)(header + len));
+        EXPECT_EQ(der.size(), size_t((der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F)) + len));
         const ASN1TAG kind = dec.findElement(ASN_ID_UTCTime, len, 1) ? ASN_ID_UTCTime : ASN_ID_GeneralTime;
-        const ASN1OCTET* first = dec.findElement(kind, len, 1);
-        ASSERT_NE(nullptr, first);
-        EXPECT_EQ(kind, (ASN1TAG)first[0]);
-        const ASN1OCTET* second = dec.findElement(kind, len, 0);
+        const ASN1OCTET *first = dec.findElement(kind, len, 1), *second = dec.findElement(kind, len, 0);
         if (!second && kind == ASN_ID_UTCTime)  // notAfter past 2049 is a GeneralizedTime
             second = dec.findElement(ASN_ID_GeneralTime, len, 1);
-        ASSERT_NE(nullptr, second);
-        EXPECT_GT(second, first);
+        ASSERT_TRUE(first != nullptr && second > first);
+        EXPECT_EQ(kind, (ASN1TAG)first[0]);
         ++found;
     }
     EXPECT_GT(found, 50);
