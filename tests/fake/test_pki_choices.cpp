@@ -7,7 +7,6 @@
 #include "pki/general_name.h"
 #include "support/testsupport.h"
 
-#include <algorithm>
 #include <cstdio>
 #include <cstring>
 #include <map>
