@@ -87,11 +87,8 @@ TEST_F(UtcZone, ParseAndMakeTables)
     for (const char* text : {"240101120000", "2401011200-05", "2401011200+1300", "2401011200+0160", "230229120000Z", "240101120000Zx",
                              "2401011260Z", "2401012400Z", "240101120060Z", "24010112Z", "240101120000.5Z", "2401"})
         EXPECT_EQ(parse(rtParseUTCTime, text), "-31") << text;
-    Ctxt ctxt;  // the first error of the run stays
+    Ctxt ctxt;
     RtTimeFields f;
-    EXPECT_EQ((Ints{rtParseGeneralizedTime(&ctxt, "20231301000000Z", &f), rtParseUTCTime(&ctxt, "x", &f), ctxt.errInfo.status,
-                    (ctxt.errInfo.status = 0, rtParseGeneralizedTime(&ctxt, "20231201000000Z", &f)), ctxt.errInfo.status}),
-              (Ints{-31, -31, -31, 0, 0}));
     const char* const makeRows[][2] = {  // the writer; null: refused with -31
         {"2024-01-01 12:00:00 +00+00 Z", "20240101120000Z"}, {"2024-01-01 12:00:00 +00+00 Z .5", "20240101120000.5Z"},
         {"2024-01-01 12:00:00 +00+00 L", "20240101120000"}, {"2024-01-01 12:00:00 -05-30 L", "20240101120000-0530"},
@@ -188,12 +185,19 @@ TEST_F(UtcZone, GeneralizedAndUtcTimeClasses)
 
 TEST_F(UtcZone, TextsCopiesComparisonCalendarAndTimeT)
 {
-    const char *text = "20240101120000Z", *u = "240101120000Z", *orig = "20240101120000Z", *other = "19991231235959Z";
-    ASN1CGeneralizedTime g(text), a(orig, 1), o(other);
-    ASN1CUTCTime ut(u);
-    EXPECT_EQ(2024, g.getYear());
-    g.clear(), ut.clear();
-    EXPECT_EQ(make_tuple(std::string(text), g.getYear(), g.getStatus(), ut.getMinute(), ut.getUTC()), make_tuple("", -3, 0, -3, 1));
+    ASN1Context* ctxt = new ASN1Context;  // a context given takes a reference and the statuses; clear() empties the text
+    ctxt->_ref();
+    {
+        const char *t2 = "20240101120000Z", *u = "240101120000Z";
+        ASN1CGeneralizedTime t(*ctxt, t2);
+        ASN1CUTCTime ut(u);
+        EXPECT_EQ((Ints{int(ctxt->getRefCount()), t.setHour(99), ctxt->getStatus(), (t.clear(), ut.clear(), t.getYear()), *t2,
+                        ut.getMinute(), ut.getUTC()}), (Ints{2, -31, -31, -3, 0, -3, 1}));
+    }
+    EXPECT_EQ(1u, ctxt->getRefCount());
+    ctxt->_unref();
+    const char *orig = "20240101120000Z", *other = "19991231235959Z";
+    ASN1CGeneralizedTime a(orig, 1), o(other);
     char big[40] = "20240101120000Z", small[20] = "20240101120000Z", out[16];
     char *p = big, *q = small;
     ASN1CGeneralizedTime b(p, (int)sizeof big, 1), s(q, (int)sizeof small, 1);
@@ -205,15 +209,6 @@ TEST_F(UtcZone, TextsCopiesComparisonCalendarAndTimeT)
     EXPECT_EQ(make_tuple(std::string(orig), std::string(*c.getTimeStringPtr()), c.getTimeStringLen(), c.getTimeString(out, 15),
                          c.getTimeString(out, 16)), make_tuple("20240101120000Z", "20300101120000Z", 15, nullptr, out));
     EXPECT_EQ(make_tuple(std::string(out), (a = o).getYear()), make_tuple("20300101120000Z", 1999));
-    ASN1Context* ctxt = new ASN1Context;
-    ctxt->_ref();
-    {
-        const char* t2 = "20240101120000Z";
-        ASN1CGeneralizedTime t(*ctxt, t2);
-        EXPECT_EQ((Ints{int(ctxt->getRefCount()), t.setHour(99), ctxt->getStatus()}), (Ints{2, -31, -31})) << "reaches it";
-    }
-    EXPECT_EQ(1u, ctxt->getRefCount());
-    ctxt->_unref();
     // Comparison: the same instant on two sides of midnight compares by its local day; within one day the difference counts.
     const char *at12 = "20240101120000Z", *at12s1 = "20240101120001Z", *at12half = "20240101120000.5Z", *at12short = "202401011200Z";
     const char *east = "20240102003000+0100", *west = "20240101233000Z", *plus = "20240101120000+0100", *zulu = "20240101110000Z";
@@ -221,12 +216,6 @@ TEST_F(UtcZone, TextsCopiesComparisonCalendarAndTimeT)
     EXPECT_TRUE(t12 < t12s1 && t12s1 > t12 && t12 <= t12half && t12 != t12half && t12 == t12short && t12 >= t12short && tp == tz);
     EXPECT_EQ(make_tuple(t12.equals(t12half), te.equals(tw)), make_tuple(-500, 1));
     // Calendar arithmetic.
-    const std::pair<const char*, long> days[] = {
-        {"00010101000000Z", 1}, {"20000101000000Z", 730120}, {"20000301000000Z", 730180}, {"20240102000000Z", 738887}};
-    for (auto row : days) {
-        ASN1CGeneralizedTime t(row.first);
-        EXPECT_EQ((std::vector<long>{t.getYear() > 0, t.getDaysNum()}), (std::vector<long>{1, row.second})) << row.first;
-    }
     const struct { long days; int y, m, day, ey, em, ed; } rows[] = {
         {1, 2024, 2, 28, 2024, 2, 29}, {1, 2023, 2, 28, 2023, 3, 1}, {1, 1900, 2, 28, 1900, 3, 1}, {1, 2000, 2, 28, 2000, 2, 29},
         {-1, 2024, 1, 1, 2023, 12, 31}, {366, 2000, 1, 1, 2001, 1, 1}, {146097, 2000, 1, 1, 2400, 1, 1},
