@@ -21,17 +21,12 @@ const uint64_t kNoon = 132225264000000000ull;  // 2020-01-03 12:00:00
 const uint64_t kDay = 864000000000ull, kYear = 365 * kDay, kMonth = 30 * kDay, kHour = 36000000000ull;
 const HRESULT kBadDigit = HRESULT(0x8007076D);
 
-_FILETIME fileTime(uint64_t ticks) { return _FILETIME{static_cast<DWORD>(ticks), static_cast<DWORD>(ticks >> 32)}; }
 std::string gt(const CDateTime& d) { return d.getGeneralizedTime().c_str(); }
 CDateTime noonPlus(uint64_t ticks) { return CDateTime::fromTicks(kNoon + ticks); }
 CDateTimeSpan ticks(uint64_t t) { return CDateTimeSpan::fromTicks(t); }
 
 TEST(DateTime, GeneralizedTimeParse) {
-    const struct {
-        const char* text;
-        const char* printed;  // null: the parse fails with `failure`
-        HRESULT failure;
-    } rows[] = {
+    const std::tuple<const char*, const char*, HRESULT> rows[] = {  // printed null: the parse fails
         {"20200102030405Z", "20200102030405Z", 0}, {"20200102030405.5Z", "20200102030405.5Z", 0},
         {"20200102030405.123456789Z", "20200102030405.123456Z", 0}, {"20200102", "20200102000000Z", 0},
         {"20200102030405.000001Z", "20200102030405.000001Z", 0}, {"20200102030405", "20200102030405Z", 0},
@@ -43,13 +38,12 @@ TEST(DateTime, GeneralizedTimeParse) {
         {"16001231235959Z", nullptr, E_FAIL}, {"2020010203040x", nullptr, kBadDigit},
         {"2O200102030405Z", nullptr, kBadDigit}, {"20200102030405.1a3Z", nullptr, kBadDigit},
         // No two-digit years and no zone offsets: both are misread, not refused.
-        {"200102030405Z", "20010203040500Z", 0}, {"20200102030405+0300", "20200102030405.03Z", 0},
-    };
-    for (const auto& row : rows) {
-        if (row.printed) {
-            EXPECT_EQ(gt(CDateTime(row.text)), row.printed) << row.text;
+        {"200102030405Z", "20010203040500Z", 0}, {"20200102030405+0300", "20200102030405.03Z", 0}};
+    for (const auto& [text, printed, failure] : rows) {
+        if (printed) {
+            EXPECT_EQ(gt(CDateTime(text)), printed) << text;
         } else {
-            EXPECT_EQ(thrownHr([&] { CDateTime d(row.text); }), row.failure) << row.text;
+            EXPECT_EQ(thrownHr([&] { CDateTime d(text); }), failure) << text;
         }
     }
     EXPECT_EQ(thrownHr([] { CDateTime d(static_cast<const char*>(nullptr)); }), E_FAIL);  // read as ""
@@ -65,27 +59,22 @@ TEST(DateTime, GeneralizedTimeParse) {
 
 TEST(DateTime, ConstructorsAndComparisons) {
     _SYSTEMTIME st = {2021, 2, 0, 28, 23, 59, 58, 999};
+    const _FILETIME ft = {DWORD(kNoon + 17), DWORD((kNoon + 17) >> 32)}, back = CDateTime(ft).getFileTime();
     const std::pair<CDateTime, uint64_t> made[] = {
         {CDateTime("20200103120000Z"), kNoon}, {CDateTime(0L, 0u), kEpoch}, {CDateTime(1LL, 5u), kEpoch + 10000050},
         {CDateTime(-1L, 0u), kEpoch - 10000000},
         {CDateTime(0L, 500000000u), kEpoch + (5000000000ull & 0xFFFFFFFFull)},  // a 32-bit product
-        {CDateTime(fileTime(kNoon + 17)), kNoon + 10},  // FILETIME is rounded down to microseconds
-        {CDateTime(st), 132590303989990000ull},
-        // Fields: microseconds add on unrounded.
-        {CDateTime(2020u, 1u, 3u, 12u, 0u, 0u, 1u, 2u), kNoon + 10020},
-        {CDateTime(2020u, 1u, 3u, 12u, 0u, 0u, 0u, 1500000u), kNoon + 15000000},
-    };
-    for (const auto& m : made)
-        EXPECT_EQ(m.first.ticks(), m.second);
-    const _FILETIME back = CDateTime::fromTicks(kNoon + 10).getFileTime();
-    EXPECT_EQ(std::make_tuple(back.dwLowDateTime, back.dwHighDateTime),
-              std::make_tuple(static_cast<DWORD>(kNoon + 10), static_cast<DWORD>((kNoon + 10) >> 32)));
+        {CDateTime(ft), kNoon + 10}, {CDateTime(st), 132590303989990000ull},  // rounded down to microseconds
+        {CDateTime(2020u, 1u, 3u, 12u, 0u, 0u, 1u, 2u), kNoon + 10020},  // microseconds add on unrounded
+        {CDateTime(2020u, 1u, 3u, 12u, 0u, 0u, 0u, 1500000u), kNoon + 15000000}};
+    for (const auto& [date, t] : made)
+        EXPECT_EQ(date.ticks(), t);
+    EXPECT_EQ(uint64_t(back.dwHighDateTime) << 32 | back.dwLowDateTime, kNoon + 10);
     st.wDay = 29;
     EXPECT_EQ(thrownHr([&] { CDateTime x(st); }), E_INVALIDARG);
     // A year that would wrap in 16 bits is refused.
-    for (const auto& f : {std::make_tuple(2020u, 13u, 1u), {1600u, 12u, 31u}, {65536u + 2020u, 1u, 1u}})
-        EXPECT_EQ(thrownHr([&] { CDateTime x(std::get<0>(f), std::get<1>(f), std::get<2>(f), 0u, 0u, 0u, 0u, 0u); }),
-                  E_INVALIDARG);
+    for (const auto& [y, m, d] : {std::make_tuple(2020u, 13u, 1u), {1600u, 12u, 31u}, {65536u + 2020u, 1u, 1u}})
+        EXPECT_EQ(thrownHr([&, y = y, m = m, d = d] { CDateTime x(y, m, d, 0u, 0u, 0u, 0u, 0u); }), E_INVALIDARG);
     const CDateTime a = CDateTime::fromTicks(0x0000000100000000ull), b = CDateTime::fromTicks(0x00000000FFFFFFFFull);
     EXPECT_TRUE(b < a && a > b && a >= a && b <= a && a != b && !(a < a) && a == CDateTime(a));
     CDateTime c = a, d = b;
@@ -99,28 +88,32 @@ TEST(DateTime, FieldsAndTexts) {
     EXPECT_EQ(std::make_tuple(d.year(), d.month(), d.day(), d.hour(), d.minute(), d.second(), d.millisecond(),
                               d.microsecond(), st.wDayOfWeek, st.wMilliseconds),
               std::make_tuple(2020u, 1u, 3u, 4u, 5u, 6u, 7u, 8u, 5, 7));  // a Friday
-    const struct {
-        uint64_t extra;
-        const char *generalized, *display;
-    } rows[] = {  // below a microsecond nothing shows
+    const std::tuple<uint64_t, const char*, const char*> rows[] = {  // below a microsecond nothing shows
         {0, "20200103120000Z", "03.01.2020 12:00:00"}, {9, "20200103120000Z", "03.01.2020 12:00:00"},
         {10, "20200103120000.000001Z", "03.01.2020 12:00:00.000001"},
         {10000, "20200103120000.001Z", "03.01.2020 12:00:00.001"},
         {5000, "20200103120000.0005Z", "03.01.2020 12:00:00.000500"},
         {1200000, "20200103120000.12Z", "03.01.2020 12:00:00.120"},
-        {1234560, "20200103120000.123456Z", "03.01.2020 12:00:00.123456"},
-        {9990000, "20200103120000.999Z", "03.01.2020 12:00:00.999"}};
-    for (const auto& row : rows) {
-        const CDateTime t = noonPlus(row.extra);
-        const std::string display = row.display;
-        EXPECT_EQ(gt(t) + " " + t.tostring().c_str(), std::string(row.generalized) + " " + display);
-        EXPECT_EQ(std::wstring(t.towstring().c_str()), std::wstring(display.begin(), display.end()));
+        {1234560, "20200103120000.123456Z", "03.01.2020 12:00:00.123456"}};
+    for (const auto& [extra, generalized, display] : rows) {
+        const CDateTime t = noonPlus(extra);
+        const std::string text = display;
+        EXPECT_EQ(gt(t) + " " + t.tostring().c_str(), std::string(generalized) + " " + text);
+        EXPECT_EQ(std::wstring(t.towstring().c_str()), std::wstring(text.begin(), text.end()));
     }
-    // Under LC_ALL=C "%X" is "%H:%M:%S"; the fraction is dropped.
+    // Under LC_ALL=C "%X" is "%H:%M:%S"; the fraction is dropped. Before 1970 the unsigned
+    // difference gives a huge number.
     EXPECT_STREQ(noonPlus(1234560).getGeneralizedTimeTrimMicroseconds().c_str(), "03.01.2020 12:00:00");
-    EXPECT_EQ(CDateTime("20200103120000Z").getTime(), 1578052800);
-    // Before 1970 the unsigned difference gives a huge number.
-    EXPECT_EQ(static_cast<unsigned long long>(CDateTime(-1L, 0u).getTime()), 1844674407369ull);
+    EXPECT_EQ(std::make_tuple(CDateTime("20200103120000Z").getTime(),
+                              static_cast<unsigned long long>(CDateTime(-1L, 0u).getTime())),
+              std::make_tuple(1578052800, 1844674407369ull));
+    // Past 2038: 2100-01-01, and one second past the 32-bit end.
+    EXPECT_GE(sizeof(time_t), 8u);
+    const CDateTime y2100(4102444800LL, 0u), e("20380119031408Z");
+    EXPECT_EQ(std::make_tuple(gt(y2100), y2100.year(), y2100.getTime(), e.getTime(), std::string(e.tostring().c_str())),
+              std::make_tuple("21000101000000Z", 2100u, time_t(4102444800LL), time_t(2147483648LL),
+                              "19.01.2038 03:14:08"));
+    EXPECT_GT(CDateTime::Now(), CDateTime("20200101000000Z"));
 }
 
 struct ZoneScope {
@@ -152,52 +145,35 @@ TEST(DateTime, ZoneShifts) {
               "20200103140000Z20200703140000Z");
 }
 
-TEST(DateTime, DatesAfter2038) {
-    EXPECT_GE(sizeof(time_t), 8u);
-    const CDateTime d(4102444800LL, 0u), e("20380119031408Z");  // 2100-01-01; one second past the 32-bit end
-    EXPECT_EQ(std::make_tuple(gt(d), d.year(), d.getTime(), e.getTime()),
-              std::make_tuple(std::string("21000101000000Z"), 2100u, static_cast<time_t>(4102444800LL),
-                              static_cast<time_t>(2147483648LL)));
-    EXPECT_STREQ(e.tostring().c_str(), "19.01.2038 03:14:08");
-    EXPECT_GT(CDateTime::Now(), CDateTime("20200101000000Z"));
-}
-
-TEST(PlatformTime, RoundTripsAcrossTheRange) {
+TEST(PlatformTime, RoundTripsAndInvalidFields) {
+    _SYSTEMTIME st;
+    _FILETIME ft, back;
     for (const char* t : {"16010101000000Z", "16040229235959Z", "17000301000000Z", "19000228120000Z",
                           "20000229000000Z", "20380119031408Z", "99991231235959Z"}) {
-        const CDateTime d(t);
-        _SYSTEMTIME st;
-        const _FILETIME ft = d.getFileTime();
-        _FILETIME back;
+        ft = CDateTime(t).getFileTime();
         ASSERT_TRUE(FileTimeToSystemTime(&ft, &st) && SystemTimeToFileTime(&st, &back)) << t;
-        EXPECT_EQ(CDateTime(back), d) << t;
+        EXPECT_EQ(gt(CDateTime(back)), t);
     }
-    _FILETIME zero = {0, 0}, ft;
-    _SYSTEMTIME st;
-    ASSERT_TRUE(FileTimeToSystemTime(&zero, &st));
+    ft = {0, 0};
+    ASSERT_TRUE(FileTimeToSystemTime(&ft, &st));
     EXPECT_EQ(std::make_tuple(st.wYear, st.wDayOfWeek), std::make_tuple(1601, 1));  // a Monday
-    const _SYSTEMTIME any = {2020, 1, 6, 3, 0, 0, 0, 0};  // the day of the week is ignored on the way in
-    EXPECT_TRUE(SystemTimeToFileTime(&any, &ft));
-}
-
-TEST(PlatformTime, InvalidFieldsFailWith87) {
+    st = {2020, 1, 6, 3, 0, 0, 0, 0};  // the day of the week is ignored on the way in
+    EXPECT_TRUE(SystemTimeToFileTime(&st, &ft));
     const _SYSTEMTIME bad[] = {
         {1600, 12, 0, 31, 0, 0, 0, 0}, {30828, 1, 0, 1, 0, 0, 0, 0}, {2020, 0, 0, 1, 0, 0, 0, 0},
         {2020, 13, 0, 1, 0, 0, 0, 0}, {2020, 4, 0, 31, 0, 0, 0, 0}, {1900, 2, 0, 29, 0, 0, 0, 0},
         {2020, 1, 0, 0, 0, 0, 0, 0}, {2020, 1, 0, 1, 24, 0, 0, 0}, {2020, 1, 0, 1, 0, 60, 0, 0},
         {2020, 1, 0, 1, 0, 0, 60, 0}, {2020, 1, 0, 1, 0, 0, 0, 1000}};
-    _FILETIME ft;
-    for (const _SYSTEMTIME& st : bad) {
+    for (const _SYSTEMTIME& b : bad) {
         SetLastError(0);
-        const BOOL ok = SystemTimeToFileTime(&st, &ft);
+        const BOOL ok = SystemTimeToFileTime(&b, &ft);
         EXPECT_EQ(std::make_pair(ok, GetLastError()), std::make_pair(FALSE, DWORD(ERROR_INVALID_PARAMETER)))
-            << st.wYear << "-" << st.wMonth << "-" << st.wDay;
+            << b.wYear << "-" << b.wMonth << "-" << b.wDay;
     }
     // Past 30827 there is no calendar value either.
     const CDateTime last(30827u, 12u, 31u, 23u, 59u, 59u, 999u, 0u);
     EXPECT_EQ(gt(last), "308271231235959.999Z");
-    ft = fileTime(last.ticks() + 10000);
-    _SYSTEMTIME st;
+    ft = (last + CDateTimeSpan::oneMillisecond).getFileTime();
     SetLastError(0);
     const BOOL ok = FileTimeToSystemTime(&ft, &st);
     EXPECT_EQ(std::make_pair(ok, GetLastError()), std::make_pair(FALSE, DWORD(ERROR_INVALID_PARAMETER)));
@@ -214,63 +190,45 @@ TEST(TimeSpan, ConstantsAndText) {
                   std::make_tuple(&accessor, t, uint32_t(t), uint32_t(t >> 32)));
     EXPECT_EQ(std::vector<int>(OS_daysInMonth, OS_daysInMonth + 12),
               (std::vector<int>{31, 28, 31, 30, 31, 30, 31, 31, 30, 31, 30, 31}));
-    EXPECT_EQ(std::vector<uint64_t>({CDateTimeSpan().ticks(), CDateTimeSpan(1u, 5u).ticks(),
-                                     CDateTimeSpan(0u, 500000000u).ticks(), CDateTimeSpan(4294967295u, 0u).ticks()}),
-              std::vector<uint64_t>({0, 10000050, 5000000000ull & 0xFFFFFFFFull, 42949672950000000ull}));
-
+    EXPECT_EQ(std::vector<uint64_t>({S().ticks(), S(1u, 5u).ticks(), S(0u, 500000000u).ticks(),
+                                     S(4294967295u, 0u).ticks(), S("0000000099").ticks(), S("00000001").ticks(),
+                                     S("").ticks()}),  // fields are counts; the "Z" is optional
+              std::vector<uint64_t>({0, 10000050, 5000000000ull & 0xFFFFFFFFull, 42949672950000000ull, 99 * kHour,
+                                     kDay, 0}));
     // Years of 365 days, months of 30; leading empty fields are cut, down to "Z". Ten years
     // print as "001Z", two years and ten days as "0002001Z": the cut leaves a text that
     // does not parse back.
-    const struct {
-        uint64_t ticks;
-        const char* text;
-        bool readBack;
-    } rows[] = {
+    const std::tuple<uint64_t, const char*, bool> rows[] = {
         {0, "Z", true}, {kDay, "00000001Z", true}, {kYear, "0001Z", true}, {15000000ull, "00000000000001.5Z", true},
         {10, "00000000000000.000001Z", true}, {9, "Z", false}, {360 * kDay, "000012Z", true},
         {364 * kDay, "00001204Z", true}, {10000 * kYear, "1Z", false}, {10 * kYear, "001Z", false},
         {kYear + kMonth + kDay + kHour + 600000000ull + 10000000ull + 10, "00010101010101.000001Z", true},
-        {2 * kYear + 10 * kDay, "0002001Z", false},
-    };
-    for (const auto& row : rows) {
-        EXPECT_EQ(ticks(row.ticks).getGeneralizedTime().c_str(), std::string(row.text));
-        if (row.readBack) {
-            EXPECT_EQ(CDateTimeSpan(row.text).ticks(), row.ticks) << row.text;
+        {2 * kYear + 10 * kDay, "0002001Z", false}};
+    for (const auto& [t, text, readBack] : rows) {
+        EXPECT_EQ(ticks(t).getGeneralizedTime().c_str(), std::string(text));
+        if (readBack) {
+            EXPECT_EQ(S(text).ticks(), t) << text;
         }
     }
-    EXPECT_EQ(thrownHr([] { CDateTimeSpan s("001Z"); }), kBadDigit);
-    EXPECT_EQ(thrownHr([] { CDateTimeSpan s("0002001Z"); }), kBadDigit);
-    // Fields are counts: 99 hours are allowed; the "Z" is optional.
-    EXPECT_EQ(std::make_tuple(CDateTimeSpan("0000000099").ticks(), CDateTimeSpan("00000001").ticks(),
-                              CDateTimeSpan("").ticks()),
-              std::make_tuple(99 * kHour, kDay, uint64_t(0)));
-    EXPECT_STREQ(CDateTimeSpan::oneDay.tostring().c_str(), "00000001Z");
-    EXPECT_EQ(std::wstring(CDateTimeSpan::oneDay.towstring().c_str()) + CDateTimeSpan().towstring().c_str(),
-              L"00000001ZZ");
+    EXPECT_EQ(thrownHr([] { S s("001Z"); }), kBadDigit);
+    EXPECT_EQ(thrownHr([] { S s("0002001Z"); }), kBadDigit);
+    EXPECT_EQ(std::string(S::oneDay.tostring().c_str()) + "/" + S(0u, 0u).tostring().c_str(), "00000001Z/Z");
+    EXPECT_EQ(std::wstring(S::oneDay.towstring().c_str()) + S().towstring().c_str(), L"00000001ZZ");
 }
 
 TEST(TimeSpan, Arithmetic) {
     const CDateTimeSpan a = ticks(1000), b = ticks(300);
+    CDateTimeSpan c = a, d = b, r = ticks(0x123456789ABCDEFull);
     EXPECT_EQ(std::vector<uint64_t>({(a + b).ticks(), (a - b).ticks(), (a - a).ticks(), (a * 3).ticks(),
                                      (a / 3).ticks(), (a % 3).ticks(), a / b, (a % b).ticks(),
-                                     (ticks(~0ull) + ticks(2)).ticks(), (ticks(1ull << 63) * 2).ticks()}),
-              std::vector<uint64_t>({1300, 700, 0, 3000, 333, 1, 3, 100, 1, 0}));  // sums and products wrap
+                                     (ticks(~0ull) + ticks(2)).ticks(), (ticks(1ull << 63) * 2).ticks(),
+                                     (c += b).ticks(), (c -= b).ticks(), (c *= 5).ticks(), (c /= 7).ticks(),
+                                     (c %= 100).ticks()}),  // sums and products wrap
+              std::vector<uint64_t>({1300, 700, 0, 3000, 333, 1, 3, 100, 1, 0, 1300, 1000, 5000, 714, 14}));
     EXPECT_EQ(thrownHr([&] { b - a; }), E_FAIL);
-    CDateTimeSpan c = a;
-    std::vector<uint64_t> steps;
-    for (auto op : {+[](CDateTimeSpan& s) { s += ticks(300); }, +[](CDateTimeSpan& s) { s -= ticks(300); },
-                    +[](CDateTimeSpan& s) { s *= 5; }, +[](CDateTimeSpan& s) { s /= 7; },
-                    +[](CDateTimeSpan& s) { s %= 100; }}) {
-        op(c);
-        steps.push_back(c.ticks());
-    }
-    EXPECT_EQ(steps, std::vector<uint64_t>({1300, 1000, 5000, 714, 14}));
-    CDateTimeSpan d = b;
     EXPECT_EQ(thrownHr([&] { d -= a; }), E_FAIL);
     EXPECT_EQ(d.ticks(), 300u);
-    // The remainder clears the high half.
-    CDateTimeSpan r = ticks(0x123456789ABCDEFull);
-    r %= 1000000u;
+    r %= 1000000u;  // the remainder clears the high half
     EXPECT_EQ(std::make_tuple(r.getHighPart(), r.getLowPart()),
               std::make_tuple(0u, uint32_t(0x123456789ABCDEFull % 1000000u)));
     // Comparisons by the whole 64 bits.
@@ -283,35 +241,28 @@ TEST(TimeSpan, Arithmetic) {
 
     // Dates and spans; no rounding to microseconds.
     const CDateTime day("20200103120000Z"), first = CDateTime::fromTicks(5);
-    EXPECT_EQ(gt(day + CDateTimeSpan::oneDay) + " " + gt(day - CDateTimeSpan::oneHour),
-              "20200104120000Z 20200103110000Z");
+    CDateTime e = day;
+    EXPECT_EQ(gt(day + CDateTimeSpan::oneDay) + " " + gt(day - CDateTimeSpan::oneHour) + " " +
+                  gt((e += CDateTimeSpan::oneMinute) -= CDateTimeSpan::oneSecond),
+              "20200104120000Z 20200103110000Z 20200103120059Z");
     EXPECT_EQ(CDateTime("20200104120000Z") - day, CDateTimeSpan::oneDay);
     EXPECT_EQ(thrownHr([&] { day - CDateTime("20200104120000Z"); }), E_FAIL);
     EXPECT_EQ(thrownHr([&] { first - ticks(6); }), E_FAIL);
-    EXPECT_EQ(std::make_tuple((first - ticks(5)).ticks(), (day + ticks(3)).ticks(),
-                              (CDateTime::fromTicks(~0ull) + ticks(1)).ticks()),
-              std::make_tuple(uint64_t(0), day.ticks() + 3, uint64_t(0)));
-    CDateTime e = day;
-    e += CDateTimeSpan::oneMinute;
-    e -= CDateTimeSpan::oneSecond;
     EXPECT_EQ(thrownHr([&] { e -= ticks(~0ull); }), E_FAIL);
-    EXPECT_EQ(gt(e), "20200103120059Z");
+    EXPECT_EQ(std::make_tuple((first - ticks(5)).ticks(), (day + ticks(3)).ticks(),
+                              (CDateTime::fromTicks(~0ull) + ticks(1)).ticks(), gt(e)),
+              std::make_tuple(uint64_t(0), day.ticks() + 3, uint64_t(0), "20200103120059Z"));
 }
 
 // Dates of eight digits are midnight.
 TEST(TimeSpan, DateAdd) {
-    const struct {
-        const char* interval;
-        int number;
-        const char *from, *to;  // to null: fails with `failure`
-        HRESULT failure;
-    } rows[] = {
+    const std::tuple<const char*, int, const char*, const char*, HRESULT> rows[] = {  // to null: fails
         {"m", 1, "20210131", "20210228", 0}, {"m", 1, "20200131", "20200229", 0}, {"y", 1, "20200229", "20210228", 0},
         {"y", 4, "20200229", "20240229", 0}, {"y", 80, "20200229", "21000228", 0}, {"m", 12, "20210215", "20220215", 0},
         {"m", -1, "20210115", "20201215", 0}, {"m", 11, "20210215", "20220115", 0}, {"w", 2, "20210115", "20210129", 0},
         {"m", -12, "20210215", "20200215", 0}, {"m", -13, "20210115", "20191215", 0},
-        {"y", 30, "20200101", "20500101", 0},
-        {"m", 1, "20210131102030.123456Z", "20210228102030.123456Z", 0}, {"d", 36500, "20200101", "21191208", 0},
+        {"y", 30, "20200101", "20500101", 0}, {"d", 36500, "20200101", "21191208", 0},
+        {"m", 1, "20210131102030.123456Z", "20210228102030.123456Z", 0},
         // Only the first letter counts: "minute" and "month" both count months.
         {"month", 2, "20210115", "20210315", 0}, {"minute", 2, "20210115", "20210315", 0},
         {"n", 2, "20210115", "20210115000200Z", 0}, {"", 1, "20210115", "20210116", 0},
@@ -322,13 +273,12 @@ TEST(TimeSpan, DateAdd) {
         {"M", 1, "20210115", nullptr, E_INVALIDARG}, {"d", -1, "16010101", nullptr, E_FAIL},
         {"s", -2147483647 - 1, "16010101", nullptr, E_FAIL}, {"m", -1, "16010115", nullptr, E_INVALIDARG},
         {"y", 2147483647, "20210115", nullptr, E_INVALIDARG}};
-    for (const auto& row : rows) {
-        SCOPED_TRACE(std::string(row.interval) + " " + std::to_string(row.number) + " " + row.from);
-        const CDateTime from(row.from);
-        if (row.to) {
-            EXPECT_EQ(gt(DateAddA(row.interval, row.number, from)), gt(CDateTime(row.to)));
+    for (const auto& [interval, number, from, to, failure] : rows) {
+        SCOPED_TRACE(std::string(interval) + " " + std::to_string(number) + " " + from);
+        if (to) {
+            EXPECT_EQ(gt(DateAddA(interval, number, CDateTime(from))), gt(CDateTime(to)));
         } else {
-            EXPECT_EQ(thrownHr([&] { DateAddA(row.interval, row.number, from); }), row.failure);
+            EXPECT_EQ(thrownHr([&] { DateAddA(interval, number, CDateTime(from)); }), failure);
         }
     }
     const CDateTime d("20210131000000Z");

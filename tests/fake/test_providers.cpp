@@ -85,53 +85,41 @@ void platform(const char* flags) {
         qvfake_prov_fail_releases(1, ERROR_ACCESS_DENIED);
 }
 
-// Scripted answers of the platform (an empty script: the built-in table).
+// Scripted answers of the platform (an empty script: the built-in table, where each call
+// offers the initial size of its enumerator). A reported size no larger than the buffer
+// cannot be helped by a retry; 234 twice in a row is returned in its HRESULT form; a retry
+// is allowed again after a success; 259 is the normal end, at once or later; any other
+// error in its HRESULT form, a negative value as it stands; false from the callback ends
+// the walk at once with success.
 TEST_F(Providers, EnumeratorsEndAsScripted) {
-    const struct {
-        const char* name;
-        DWORD which;
-        std::vector<QVFAKE_ENUM_STEP> steps;
-        size_t stopAfter;
-        HRESULT result;
-        Log calls;
-    } rows[] = {
-        // A reported size no larger than the buffer cannot be helped by a retry.
+    const std::tuple<const char*, DWORD, std::vector<QVFAKE_ENUM_STEP>, size_t, HRESULT, Log> rows[] = {
         {"types, size equal", kTypes, {{kMore, 128}}, 9, kMoreHr, {{0, 128}}},
         {"types, size smaller", kTypes, {{kMore, 5}}, 9, kMoreHr, {{0, 128}}},
         {"providers, size equal", kProvs, {{0, 0}, {kMore, 256}}, 9, kMoreHr, {{0, 256}, {1, 256}}},
-        // 234 twice in a row: the second is returned in its HRESULT form.
         {"types, 234 twice", kTypes, {{kMore, 1000}, {kMore, 5000}}, 9, kMoreHr, {{0, 128}, {0, 2000}}},
         {"providers, 234 twice", kProvs, {{kMore, 257}, {kMore, 514}}, 9, kMoreHr, {{0, 256}, {0, 514}}},
-        // A retry is allowed again after a success.
         {"providers, retry again", kProvs, {{kMore, 300}, {0, 0}, {kMore, 700}}, 9, S_OK,
          {{0, 256}, {0, 600}, {1, 600}, {1, 1400}, {2, 1400}, {3, 1400}}},
-        // 259 is the normal end, at once or later.
         {"types, 259 first", kTypes, {{ERROR_NO_MORE_ITEMS, 0}}, 9, S_OK, {{0, 128}}},
         {"providers, 259 later", kProvs, {{0, 0}, {ERROR_NO_MORE_ITEMS, 0}}, 9, S_OK, {{0, 256}, {1, 256}}},
-        // Any other error in its HRESULT form; a negative value stands.
         {"types, access denied", kTypes, {{ERROR_ACCESS_DENIED, 0}}, 9, kDenied, {{0, 128}}},
-        {"providers, HRESULT stands", kProvs, {{DWORD(NTE_PROV_TYPE_NOT_DEF), 0}}, 9, NTE_PROV_TYPE_NOT_DEF,
-         {{0, 256}}},
+        {"providers, HRESULT", kProvs, {{DWORD(NTE_PROV_TYPE_NOT_DEF), 0}}, 9, NTE_PROV_TYPE_NOT_DEF, {{0, 256}}},
         {"providers, error after retry", kProvs, {{kMore, 400}, {ERROR_ACCESS_DENIED, 0}}, 9, kDenied,
          {{0, 256}, {0, 800}}},
-        // The built-in table: each call offers the initial size of its enumerator; the walk ends on 259.
         {"types, built-in", kTypes, {}, 9, S_OK, {{0, 128}, {1, 128}, {2, 128}, {3, 128}}},
         {"providers, built-in", kProvs, {}, 9, S_OK, {{0, 256}, {1, 256}, {2, 256}, {3, 256}}},
-        // False from the callback ends the walk at once with success.
         {"types, callback stops", kTypes, {}, 1, S_OK, {{0, 128}}},
-        {"providers, callback stops", kProvs, {}, 2, S_OK, {{0, 256}, {1, 256}}},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
+        {"providers, callback stops", kProvs, {}, 2, S_OK, {{0, 256}, {1, 256}}}};
+    for (const auto& [name, which, steps, stopAfter, result, calls] : rows) {
+        SCOPED_TRACE(name);
         qvfake_reset();
-        qvfake_prov_script_enum(row.which, row.steps.data(), static_cast<DWORD>(row.steps.size()));
+        qvfake_prov_script_enum(which, steps.data(), static_cast<DWORD>(steps.size()));
         CollectTypes t;
         CollectProviders p;
-        t.stopAfter = p.stopAfter = row.stopAfter;
-        EXPECT_EQ(row.which == kTypes ? t.Enum() : p.Enum(), row.result);
-        EXPECT_EQ(enumLog(row.which), row.calls);
+        t.stopAfter = p.stopAfter = stopAfter;
+        EXPECT_EQ(which == kTypes ? t.Enum() : p.Enum(), result);
+        EXPECT_EQ(enumLog(which), calls);
     }
-
     // A long name is fetched by one retry at the same index: 301 bytes needed, the retry
     // offers twice that, and the walk keeps the larger buffer.
     qvfake_reset();
@@ -181,37 +169,30 @@ TEST_F(Providers, TryNextProv) {
     EXPECT_EQ(provName(finder.m_hProv), kRsaAes);
 }
 
+// The cached default comes first; then the types in turn, the last type tried being the
+// answer when none knows the algorithm; the named providers only when no type was tried.
+// The caller owns the one reference there is.
 TEST_F(Providers, DefaultProviderSearch) {
-    const struct {
-        const char *name, *flags;
-        ALG_ID alg;
-        const char* provider;  // null: no context
-        HRESULT thrown;
-        DWORD typeCalls, providerCalls;
-    } rows[] = {
-        {"algId 0 touches nothing", "c", 0, nullptr, 0, 0, 0},
-        {"the cached default comes first", "c", CALG_SHA_256, kRsaAes, 0, 0, 0},
+    const std::tuple<const char*, const char*, ALG_ID, const char*, HRESULT, DWORD, DWORD> rows[] = {
+        // name, platform, algorithm, provider found, thrown, type and provider enumerations
+        {"algId 0 touches nothing", "c", 0, "", 0, 0, 0},
+        {"cached default", "c", CALG_SHA_256, kRsaAes, 0, 0, 0},
         {"search by type", "", CALG_GR3411_2012_512, kGost, 0, 3, 0},
-        {"unknown algorithm: the last type tried", "", kUnknownAlg, kGost, 0, 4, 0},
-        {"named providers when no type was tried", "t", CALG_SHA_512, kRsaAes, 0, 1, 2},
-        {"no providers at all", "cn", CALG_SHA1, nullptr, 0, 1, 1},
+        {"unknown algorithm", "", kUnknownAlg, kGost, 0, 4, 0},
+        {"named providers", "t", CALG_SHA_512, kRsaAes, 0, 1, 2},
+        {"no providers at all", "cn", CALG_SHA1, "", 0, 1, 1},
         // The first type does not know SHA-256; releasing its context before the next one fails.
-        {"exceptions of the search pass through", "r", CALG_SHA_256, nullptr, kDenied, 2, 0},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        platform(row.flags);
+        {"exceptions of the search pass through", "r", CALG_SHA_256, "", kDenied, 2, 0}};
+    for (const auto& [name, flags, alg, provider, thrown, typeCalls, providerCalls] : rows) {
+        SCOPED_TRACE(name);
+        platform(flags);
         HCRYPTPROV h = 0;
-        EXPECT_EQ(outcome([&] { h = Quorvane::QVGetDefaultCSPThrow(row.alg); }), row.thrown);
-        EXPECT_EQ(h ? provName(h) : "", row.provider ? row.provider : "");
-        EXPECT_EQ(std::make_tuple(qvfake_prov_calls_of("QVCAPI_I_CryptGetDefaultCryptProv"),
+        EXPECT_EQ(outcome([&, alg = alg] { h = Quorvane::QVGetDefaultCSPThrow(alg); }), thrown);
+        EXPECT_EQ(std::make_tuple(h ? provName(h) : "", qvfake_prov_context_refs(),
+                                  qvfake_prov_calls_of("QVCAPI_I_CryptGetDefaultCryptProv"),
                                   qvfake_prov_enum_calls(kTypes), qvfake_prov_enum_calls(kProvs)),
-                  std::make_tuple(row.alg ? 1u : 0u, row.typeCalls, row.providerCalls));
-        if (row.alg == 0) {
-            EXPECT_EQ(qvfake_prov_calls(), 0u);
-        }
-        // The caller owns the one reference there is.
-        EXPECT_EQ(qvfake_prov_context_refs(), h ? 1u : 0u);
+                  std::make_tuple(provider, h ? 1u : 0u, alg ? 1u : 0u, typeCalls, providerCalls));
+        EXPECT_TRUE(alg != 0 || qvfake_prov_calls() == 0);
         EXPECT_TRUE(h == 0 || CryptReleaseContext(h, 0));
         EXPECT_EQ(qvfake_prov_context_refs(), 0u);
     }
@@ -219,56 +200,46 @@ TEST_F(Providers, DefaultProviderSearch) {
 
 // MakeHash with the provider from the search: a failing step throws its last error in
 // HRESULT form after the hash and the provider reference are released; a step that fails
-// with last error 0 is passed over.
+// with last error 0 is passed over. With algId 0 there is no provider, and the last error
+// is thrown as it stands.
 TEST_F(Providers, MakeHashSteps) {
-    const struct {
-        const char *name, *flags, *failFunction;
-        DWORD failError, lastErrorBefore;
-        ALG_ID alg;
-        HRESULT thrown;
-        const char* digest;
-    } rows[] = {
-        {"cached default", "c", nullptr, 0, 0, CALG_SHA1, 0, "A9993E364706816ABA3E25717850C26C9CD0D89D"},
-        {"searched provider", "", nullptr, 0, 0, CALG_SHA1, 0, "A9993E364706816ABA3E25717850C26C9CD0D89D"},
-        {"create fails", "c", "CryptCreateHash", ERROR_ACCESS_DENIED, 0, CALG_SHA1, kDenied, nullptr},
+    const char* abcSha1 = "A9993E364706816ABA3E25717850C26C9CD0D89D";
+    const std::tuple<const char*, const char*, const char*, DWORD, DWORD, ALG_ID, HRESULT, const char*> rows[] = {
+        // name, platform, failing step, its error, last error before, algorithm, thrown, value
+        {"cached default", "c", nullptr, 0, 0, CALG_SHA1, 0, abcSha1},
+        {"searched provider", "", nullptr, 0, 0, CALG_SHA1, 0, abcSha1},
+        {"create fails", "c", "CryptCreateHash", ERROR_ACCESS_DENIED, 0, CALG_SHA1, kDenied, ""},
         // No hash was made: the next step fails on the empty handle.
-        {"create fails with 0", "c", "CryptCreateHash", 0, 0, CALG_SHA1, NTE_BAD_HASH, nullptr},
-        {"data fails", "c", "CryptHashData", ERROR_INVALID_DATA, 0, CALG_SHA1, HRESULT(0x8007000D), nullptr},
-        {"data fails, negative", "c", "CryptHashData", DWORD(NTE_BAD_HASH_STATE), 0, CALG_SHA1, NTE_BAD_HASH_STATE,
-         nullptr},
-        {"size fails", "c", "CryptGetHashParam", ERROR_INVALID_PARAMETER, 0, CALG_SHA1, E_INVALIDARG, nullptr},
+        {"create fails with 0", "c", "CryptCreateHash", 0, 0, CALG_SHA1, NTE_BAD_HASH, ""},
+        {"data fails", "c", "CryptHashData", ERROR_INVALID_DATA, 0, CALG_SHA1, HRESULT(0x8007000D), ""},
+        {"data fails, negative", "c", "CryptHashData", DWORD(NTE_BAD_HASH_STATE), 0, CALG_SHA1, NTE_BAD_HASH_STATE, ""},
+        {"size fails", "c", "CryptGetHashParam", ERROR_INVALID_PARAMETER, 0, CALG_SHA1, E_INVALIDARG, ""},
         // The data step skipped silently: the value is the hash of nothing.
         {"data fails with 0", "c", "CryptHashData", 0, 0, CALG_SHA1, 0, "DA39A3EE5E6B4B0D3255BFEF95601890AFD80709"},
         // Known to no provider: the hash cannot be made on the last type's provider.
-        {"unknown algorithm", "", nullptr, 0, 0, kUnknownAlg, NTE_BAD_ALGID, nullptr},
+        {"unknown algorithm", "", nullptr, 0, 0, kUnknownAlg, NTE_BAD_ALGID, ""},
         // No provider: the last error as the search left it, the end of the enumeration.
-        {"no providers at all", "cn", nullptr, 0, 0, CALG_SHA1, HRESULT(0x80070103), nullptr},
-        // algId 0: no provider, and the last error thrown as it stands.
-        {"algId 0, error 5", "c", nullptr, 0, ERROR_ACCESS_DENIED, 0, kDenied, nullptr},
-        {"algId 0, error 0", "c", nullptr, 0, 0, 0, 0, nullptr},
-        {"algId 0, negative error", "c", nullptr, 0, DWORD(NTE_BAD_ALGID), 0, NTE_BAD_ALGID, nullptr},
-        {"release fails", "cr", nullptr, 0, 0, CALG_SHA1, 0,
-         "A9993E364706816ABA3E25717850C26C9CD0D89D"},
-    };
-    for (const auto& row : rows) {
-        SCOPED_TRACE(row.name);
-        platform(row.flags);
-        if (row.failFunction)
-            qvfake_prov_fail_next(row.failFunction, row.failError);
-        SetLastError(row.lastErrorBefore);
-        HCRYPTHASH hHash = 0;
-        if (row.digest) {
-            EXPECT_EQ(testsupport::hexOf(MakeHash(0, row.alg, abc(), nullptr)), row.digest);
-        } else {
-            EXPECT_EQ(outcome([&] { MakeHash(0, row.alg, abc(), &hHash); }), row.thrown);
-            EXPECT_EQ(hHash, 0u);
-        }
+        {"no providers at all", "cn", nullptr, 0, 0, CALG_SHA1, HRESULT(0x80070103), ""},
+        {"algId 0, error 5", "c", nullptr, 0, ERROR_ACCESS_DENIED, 0, kDenied, ""},
+        {"algId 0, error 0", "c", nullptr, 0, 0, 0, 0, ""},
+        {"algId 0, negative error", "c", nullptr, 0, DWORD(NTE_BAD_ALGID), 0, NTE_BAD_ALGID, ""},
         // A release that fails at the end is ignored; the fake then keeps that reference.
-        EXPECT_EQ(std::make_tuple(qvfake_prov_live_hashes(), qvfake_prov_context_refs()),
-                  std::make_tuple(0u, std::strchr(row.flags, 'r') ? 1u : 0u));
-        if (row.alg == 0) {
-            EXPECT_EQ(qvfake_prov_calls(), 0u);
-        }
+        {"release fails", "cr", nullptr, 0, 0, CALG_SHA1, 0, abcSha1}};
+    for (const auto& [name, flags, failFunction, failError, lastError, alg, thrown, digest] : rows) {
+        SCOPED_TRACE(name);
+        platform(flags);
+        if (failFunction)
+            qvfake_prov_fail_next(failFunction, failError);
+        SetLastError(lastError);
+        HCRYPTHASH hHash = 0;
+        std::string value;
+        EXPECT_EQ(outcome([&, alg = alg, give = *digest == 0] {
+                      value = testsupport::hexOf(MakeHash(0, alg, abc(), give ? &hHash : nullptr));
+                  }),
+                  thrown);
+        EXPECT_EQ(std::make_tuple(value, hHash, qvfake_prov_live_hashes(), qvfake_prov_context_refs()),
+                  std::make_tuple(digest, 0u, 0u, std::strchr(flags, 'r') ? 1u : 0u));
+        EXPECT_TRUE(alg != 0 || qvfake_prov_calls() == 0);
     }
 }
 

@@ -90,28 +90,29 @@ TEST(Digests, OidToAlgId) {
         EXPECT_EQ(CertOIDToAlgId(oid), alg) << (oid ? oid : "null");
 }
 
-// Narrows [p, p + n) to the contents of its index-th element, which must have this tag
-// (one identifier octet, definite lengths).
-bool element(const uint8_t*& p, size_t& n, int index, uint8_t tag) {
-    for (int i = 0; n >= 2; ++i) {
-        size_t len = p[1], head = 2;
-        if (len & 0x80) {
-            const size_t k = len & 0x7F;
-            if (k == 0 || k > 4 || n < 2 + k)
-                return false;
-            for (len = 0; head < 2 + k; ++head)
-                len = len << 8 | p[head];
+// The hex of the contents at a path of (index, tag) steps through nested elements (one
+// identifier octet, definite lengths); empty if there is no such element.
+std::string at(const std::vector<uint8_t>& der, std::initializer_list<std::pair<int, uint8_t>> path) {
+    const uint8_t* p = der.data();
+    size_t n = der.size();
+    for (const auto& [index, tag] : path) {
+        for (int i = 0;; ++i) {
+            size_t len = n >= 2 ? p[1] : 0, head = 2;
+            if (n < 2 || len == 0x80 || len > 0x84 || (len > 0x80 && n < len - 0x7E))
+                return "";
+            if (len & 0x80)
+                for (len = 0; head < size_t(p[1] - 0x7E); ++head)
+                    len = len << 8 | p[head];
+            if (n - head < len || (i == index && p[0] != tag))
+                return "";
+            if (i == index) {
+                p += head, n = len;
+                break;
+            }
+            p += head + len, n -= head + len;
         }
-        if (n - head < len)
-            return false;
-        if (i == index) {
-            const bool ok = p[0] == tag;
-            p += head, n = len;
-            return ok;
-        }
-        p += head + len, n -= head + len;
     }
-    return false;
+    return testsupport::toHex(p, n);
 }
 
 // The DigestedData objects of the corpus carry the digest of their content: SHA-1 from
@@ -125,23 +126,13 @@ TEST(Digests, CorpusDigestedData) {
     for (const char* folder : {"cms", "gost"}) {
         for (const std::string& path : testsupport::corpusFiles(folder)) {
             const std::vector<uint8_t> der = testsupport::readFile(path);
-            const uint8_t *p = der.data(), *oid, *alg, *content, *digest;
-            size_t n = der.size(), nOid, nAlg, nContent, nDigest;
-            if (!element(p, n, 0, 0x30))
+            if (at(der, {{0, 0x30}, {0, 0x06}}) != "2A864886F70D010705")
                 continue;
-            oid = p, nOid = n;
-            if (!element(oid, nOid, 0, 0x06) || testsupport::toHex(oid, nOid) != "2A864886F70D010705" ||
-                !element(p, n, 1, 0xA0) || !element(p, n, 0, 0x30))
-                continue;
-            alg = content = digest = p, nAlg = nContent = nDigest = n;
-            if (!element(alg, nAlg, 1, 0x30) || !element(alg, nAlg, 0, 0x06) || !element(content, nContent, 2, 0x30) ||
-                !element(content, nContent, 1, 0xA0) || !element(content, nContent, 0, 0x04) ||
-                !element(digest, nDigest, 3, 0x04))
-                continue;
-            const auto a = algorithms.find(testsupport::toHex(alg, nAlg));
+            const auto a = algorithms.find(at(der, {{0, 0x30}, {1, 0xA0}, {0, 0x30}, {1, 0x30}, {0, 0x06}}));
+            const std::string content = at(der, {{0, 0x30}, {1, 0xA0}, {0, 0x30}, {2, 0x30}, {1, 0xA0}, {0, 0x04}});
             ASSERT_NE(a, algorithms.end()) << path;
-            EXPECT_EQ(hexOf(MakeHash(0, a->second, CBlob(content, static_cast<unsigned long>(nContent)), nullptr)),
-                      testsupport::toHex(digest, nDigest))
+            EXPECT_EQ(hexOf(MakeHash(0, a->second, blobOf(hex(content)), nullptr)),
+                      at(der, {{0, 0x30}, {1, 0xA0}, {0, 0x30}, {3, 0x04}}))
                 << path;
             ++checked[a->second];
         }

@@ -23,51 +23,17 @@
 namespace {
 
 int failures = 0;
+#define CHECK(e) ((e) ? void() : void((++failures, std::printf("consumer: FAILED line %d: %s\n", __LINE__, #e))))
 
-void check(bool ok, const char* what) {
-    if (!ok && ++failures)
-        std::printf("consumer: FAILED %s\n", what);
-}
-
-// f must throw E; catching it needs the library's type information.
+// Catching E needs the library's type information.
 template <class E, class F>
-void expectThrow(F f, const char* what) {
+bool throws(F f) {
     try {
         f();
-        check(false, what);
     } catch (const E&) {
+        return true;
     }
-}
-
-void core(const std::string& scratch) {
-    using namespace Quorvane;
-    CBlob blob, copy;
-    blob.readFromHexString("01ab");
-    blob.writeToFile((scratch + "/blob.bin").c_str());
-    copy.readFromFile((scratch + "/blob.bin").c_str());
-    copy.reverse();
-    copy += blob;
-    check(std::strcmp(copy.writeToHexString(0).c_str(), "AB0101AB") == 0, "CBlob");
-    expectThrow<ATL::CAtlException>([] { CBlob().readFromFile(L"/nonexistent"); }, "CBlob wide path");
-    const CDateTime leap("20240229235959.5Z"), next = DateAddA("d", 1, leap);
-    check(CDateTime(leap.getFileTime()) == leap && next - leap == CDateTimeSpan::OneDay() &&
-              DateAddW(L"y", 1, leap) > next && OS_daysInMonth[1] == 28 &&
-              (CDateTimeSpan::OneDay() * 2) / CDateTimeSpan(3600, 0) == 48 &&
-              std::strcmp(leap.getGeneralizedTime().c_str(), "20240229235959.5Z") == 0,
-          "CDateTime, CDateTimeSpan");
-    ATL::CSimpleStringT<char> text("chain", &ATL::g_defaultStrMgr);
-    text += "vet";
-    check(text.GetLength() == 8 && std::wcscmp(GetErrorMessage(12345), L"Internal error.") == 0 &&
-              std::wcscmp(CWStringProxy(L"proxy").c_str(), L"proxy") == 0 && ATL::CFixedStringMgr::s_pLog == nullptr,
-          "strings, GetErrorMessage");
-    ATL::CCRTHeap heap;
-    heap.Free(heap.Reallocate(heap.Allocate(16), 64));
-    ATL::g_defaultStrMgr.Free(ATL::g_defaultStrMgr.Allocate(4, 1));
-    expectThrow<ATL::CAtlException>([] { ATL::AtlThrowImpl(E_INVALIDARG); }, "AtlThrowImpl");
-    expectThrow<ATL::CAtlException>([] { ATL::AtlThrowLastWin32(); }, "AtlThrowLastWin32");
-    TSupportDbContext_* trace = nullptr;
-    { DbTraceInitializer init("consumer", trace); }
-    check(trace == nullptr, "DbTraceInitializer");
+    return false;
 }
 
 // The enumerator templates run on the stand-in's providers, in buffers of the
@@ -79,31 +45,51 @@ struct Providers : ATL2::CCryptProvidersEnumT<char> {
     bool OnProv(const char*, DWORD) override { return true; }
 };
 
-void hashing() {
-    check(Types().Enum() == S_OK && Providers().Enum() == S_OK, "provider enumerators");
+void core(const std::string& file) {
+    using namespace Quorvane;
+    CBlob blob, copy;
+    blob.readFromHexString("01ab");
+    blob.writeToFile(file.c_str());
+    copy.readFromFile(file.c_str());
+    copy.reverse();
+    copy += blob;
+    CHECK(std::strcmp(copy.writeToHexString(0).c_str(), "AB0101AB") == 0);
+    CHECK(throws<ATL::CAtlException>([] { CBlob().readFromFile(L"/nonexistent"); }));
+    const CDateTime leap("20240229235959.5Z"), next = DateAddA("d", 1, leap);
+    CHECK(CDateTime(leap.getFileTime()) == leap && next - leap == CDateTimeSpan::OneDay() &&
+          DateAddW(L"y", 1, leap) > next && OS_daysInMonth[1] == 28 &&
+          (CDateTimeSpan::OneDay() * 2) / CDateTimeSpan(3600, 0) == 48 &&
+          std::strcmp(leap.getGeneralizedTime().c_str(), "20240229235959.5Z") == 0);
+    ATL::CSimpleStringT<char> text("chain", &ATL::g_defaultStrMgr);
+    text += "vet";
+    CHECK(text.GetLength() == 8 && std::wcscmp(GetErrorMessage(12345), L"Internal error.") == 0 &&
+          std::wcscmp(CWStringProxy(L"proxy").c_str(), L"proxy") == 0 && ATL::CFixedStringMgr::s_pLog == nullptr);
+    ATL::CCRTHeap heap;
+    heap.Free(heap.Reallocate(heap.Allocate(16), 64));
+    ATL::g_defaultStrMgr.Free(ATL::g_defaultStrMgr.Allocate(4, 1));
+    CHECK(throws<ATL::CAtlException>([] { ATL::AtlThrowImpl(E_INVALIDARG); }) &&
+          throws<ATL::CAtlException>([] { ATL::AtlThrowLastWin32(); }));
+    TSupportDbContext_* trace = nullptr;
+    { DbTraceInitializer init("consumer", trace); }
     ATL2::CTempBufferEx<char, 128> buffer;
     buffer.Reallocate(4096);
-    check(!buffer.IsInner() && ATL::CCryptHash::EmptyHash == 0 && ATL::CCryptKey::EmptyKey == 0 &&
-              ATL2::EmptyProv == 0 &&
-              typeid(Quorvane::CFindAlgIdInDefaultProviders) != typeid(Quorvane::CFindAlgIdInProviders),
-          "buffers, handles, finders");
+    CHECK(trace == nullptr && Types().Enum() == S_OK && Providers().Enum() == S_OK && !buffer.IsInner() &&
+          ATL::CCryptHash::EmptyHash == 0 && ATL::CCryptKey::EmptyKey == 0 && ATL2::EmptyProv == 0 &&
+          typeid(CFindAlgIdInDefaultProviders) != typeid(CFindAlgIdInProviders));
 }
 
 // INTEGER under a control class, as generated types carry their values.
-class IntegerControl : public ASN1CType {
-public:
-    IntegerControl(ASN1MessageBufferIF& buffer, ASN1INT& value) : ASN1CType(buffer), m_value(value) {}
+struct IntegerControl : ASN1CType {
+    ASN1INT& value;
+    IntegerControl(ASN1MessageBufferIF& buffer, ASN1INT& v) : ASN1CType(buffer), value(v) {}
     int EncodeTo(ASN1MessageBufferIF& buffer) override {
-        const int length = xe_integer(buffer.getCtxtPtr(), &m_value, ASN1EXPL);
+        const int length = xe_integer(buffer.getCtxtPtr(), &value, ASN1EXPL);
         return length < 0 ? length : 0;
     }
     int DecodeFrom(ASN1MessageBufferIF& buffer) override {
         const int status = buffer.init();
-        return status != 0 ? status : xd_integer(buffer.getCtxtPtr(), &m_value, ASN1EXPL, 0);
+        return status != 0 ? status : xd_integer(buffer.getCtxtPtr(), &value, ASN1EXPL, 0);
     }
-
-private:
-    ASN1INT& m_value;
 };
 
 void runtime() {
@@ -114,11 +100,12 @@ void runtime() {
     ASN1BERDecodeBuffer decoder(encoder.getMsgPtr(), 4);
     IntegerControl target(decoder, decoded);
     decoder >> target;
-    check(decoded == 300, "BER buffers");
     ASN1OCTET tiny[2];
     ASN1BEREncodeBuffer small(tiny, sizeof tiny);
     IntegerControl overflow(small, value);
-    expectThrow<ASN1RTLException>([&] { small << overflow; }, "ASN1RTLException");
+    OSCInputStream input;
+    CHECK(decoded == 300 && throws<ASN1RTLException>([&] { small << overflow; }) &&
+          throws<OSCStreamException>([&] { input.read(tiny, 1); }));
     ASN1CtxtPtr context(new ASN1Context());
     ASN1MemBuf memory(*context);
     ASN1CBitStr bits(*context, 16);
@@ -130,14 +117,11 @@ void runtime() {
     const char *generalized = "20240229120000Z", *utc = "240229120000Z";
     ASN1CGeneralizedTime gt(generalized);
     ASN1CUTCTime ut(utc);
-    check(memory.append(tiny, 1) == 0 && memory.getData(&length) && bits.set(9) == 0 && bits.get(9) &&
-              bits.length() == 10 && bits.cardinality() == 1 && seq.size() == 2 && seq.get(1) == &second &&
-              seq.iterator()->next() == &first && gt.getYear() == 2024 && gt.getMonth() == 2 && ut.getDay() == 29,
-          "runtime classes");
-    OSCInputStream input;
-    expectThrow<OSCStreamException>([&] { input.read(tiny, 1); }, "OSCStreamException");
     const long long arcs[] = {1, 2, 5000000000LL};
-    check(ASN1TObjId64(3, arcs).subid[2] == 5000000000LL, "ASN1TObjId64");
+    CHECK(memory.append(tiny, 1) == 0 && memory.getData(&length) && bits.set(9) == 0 && bits.get(9) &&
+          bits.length() == 10 && bits.cardinality() == 1 && seq.size() == 2 && seq.get(1) == &second &&
+          seq.iterator()->next() == &first && gt.getYear() == 2024 && gt.getMonth() == 2 && ut.getDay() == 29 &&
+          ASN1TObjId64(3, arcs).subid[2] == 5000000000LL);
 
     ASN1CTXT ctxt;
     ASN1OBJID oid, back;
@@ -148,40 +132,34 @@ void runtime() {
     Asn1RTDList dlist;
     rtBigIntInit(&big);
     rtDListInit(&dlist);
-    check(rtInitContext(&ctxt, nullptr) == 0 && rtStrToOid("1.2.840", &oid) == 1 && rtOidToStr(&oid, text, 64) == 1 &&
-              xe_setp(&ctxt, message, sizeof message) == 0 && xe_objid(&ctxt, &oid, ASN1EXPL) == 5 &&
-              xd_setp(&ctxt, xe_getp(&ctxt), 5, nullptr, nullptr) == 0 && xd_objid(&ctxt, &back, ASN1EXPL, 0) == 0 &&
-              back == ASN1TObjId(oid) && rtParseGeneralizedTime(&ctxt, "20240229120000Z", &fields) == 0 &&
-              rtBigIntSetStr(&ctxt, &big, "0x0100", 0) == 0 && rtBigIntToString(&ctxt, &big, 10, text, 64) == 0 &&
-              rtDListAppend(&ctxt, &dlist, rtMemHeapAlloc(&ctxt.typeHeap, 16)) &&
-              rtUTF8Len(reinterpret_cast<const unsigned char*>("t")) == 1 && (rtCtypeTable['A'] & RT_CTYPE_UPPER),
-          "runtime functions");
+    CHECK(rtInitContext(&ctxt, nullptr) == 0 && rtStrToOid("1.2.840", &oid) == 1 && rtOidToStr(&oid, text, 64) == 1 &&
+          xe_setp(&ctxt, message, sizeof message) == 0 && xe_objid(&ctxt, &oid, ASN1EXPL) == 5 &&
+          xd_setp(&ctxt, xe_getp(&ctxt), 5, nullptr, nullptr) == 0 && xd_objid(&ctxt, &back, ASN1EXPL, 0) == 0 &&
+          back == ASN1TObjId(oid) && rtParseGeneralizedTime(&ctxt, "20240229120000Z", &fields) == 0 &&
+          rtBigIntSetStr(&ctxt, &big, "0x0100", 0) == 0 && rtBigIntToString(&ctxt, &big, 10, text, 64) == 0 &&
+          rtDListAppend(&ctxt, &dlist, rtMemHeapAlloc(&ctxt.typeHeap, 16)) &&
+          rtUTF8Len(reinterpret_cast<const unsigned char*>("t")) == 1 && (rtCtypeTable['A'] & RT_CTYPE_UPPER));
     rtBigIntFree(&ctxt, &big);
     rtSetDiag(0);
-    check(g_debug == 0 && g_defBlkSize == RT_DEFAULT_BLOCK_SIZE && g_malloc_func == rtDefaultMalloc, "globals");
+    CHECK(g_debug == 0 && g_defBlkSize == RT_DEFAULT_BLOCK_SIZE && g_malloc_func == rtDefaultMalloc);
     rtFreeContext(&ctxt);
-}
-
-typedef BOOL (*PolicyCallback)(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS);
-typedef void (*PolicyImpl)(LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS);
-
-// A status record of the wrong size: the callback answers FALSE, its implementation throws.
-void policy(const char* name, PolicyCallback callback, PolicyImpl impl) {
-    CERT_CHAIN_POLICY_STATUS status{1, 0, 0, 0, nullptr};
-    check(callback(name, nullptr, nullptr, &status) == FALSE, name);
-    expectThrow<ATL::CAtlException>([&] { impl(name, nullptr, nullptr, &status); }, name);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
-    core(argc > 1 ? argv[1] : ".");
-    hashing();
+    core(std::string(argc > 1 ? argv[1] : ".") + "/blob.bin");
     runtime();
-    policy("basic constraints", CertDllVerifyBasicConstraintsCertificateChainPolicy, BasicConstraintsImpl);
-    policy("signature", CertDllVerifySignatureCertificateChainPolicy, SignatureImpl);
-    policy("timestamp signing", CertDllVerifyTimestampSigningCertificateChainPolicy, TimestampSigningImpl);
-    policy("OCSP signing", CertDllVerifyOCSPSigningCertificateChainPolicy, OCSPSigningImpl);
+    // A status record of the wrong size: each callback answers FALSE, its implementation throws.
+    for (const auto& [callback, impl] :
+         {std::make_pair(CertDllVerifyBasicConstraintsCertificateChainPolicy, BasicConstraintsImpl),
+          std::make_pair(CertDllVerifySignatureCertificateChainPolicy, SignatureImpl),
+          std::make_pair(CertDllVerifyTimestampSigningCertificateChainPolicy, TimestampSigningImpl),
+          std::make_pair(CertDllVerifyOCSPSigningCertificateChainPolicy, OCSPSigningImpl)}) {
+        CERT_CHAIN_POLICY_STATUS status{1, 0, 0, 0, nullptr};
+        CHECK(callback("consumer", nullptr, nullptr, &status) == FALSE &&
+              throws<ATL::CAtlException>([&, impl = impl] { impl("consumer", nullptr, nullptr, &status); }));
+    }
     std::printf("consumer: %s\n", failures == 0 ? "every check passed" : "checks failed");
     return failures == 0 ? 0 : 1;
 }
