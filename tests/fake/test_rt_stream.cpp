@@ -23,9 +23,7 @@ std::string dump(const void* data, ASN1UINT count, ASN1UINT wordSize)
 std::string captured(void (*body)())
 {
     testing::internal::CaptureStdout();
-    body();
-    fflush(stdout);
-    return testing::internal::GetCapturedStdout();
+    return body(), fflush(stdout), testing::internal::GetCapturedStdout();
 }
 
 class RtStream : public CountedContext {
@@ -47,13 +45,11 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
     const ASN1USINT IN = RT_STREAM_INPUT, OUT = RT_STREAM_OUTPUT, BUF = RT_STREAM_BUFFERED;
     // stream: 0 none, 1 plain, 2 buffered with an octet pending; missing: the transport function left null
     const struct { const char* call; int stream; ASN1USINT flags; char missing; int result; } rows[] = {
-        {"flush", 0, 0, 0, -30}, {"flush", 1, IN, 0, -30}, {"flush", 1, OUT, 'f', 0},
-        {"write", 0, 0, 0, -32}, {"write", 1, IN, 0, -32}, {"write", 1, OUT, 'w', -32},
-        {"read", 0, 0, 0, -32}, {"read", 1, OUT, 0, -32}, {"read", 1, IN, 'r', -32},
-        {"iobytes", 0, 0, 0, -32}, {"close", 0, 0, 0, -32}, {"close", 1, OUT, 'c', -32},
-        {"close", 1, 0, 0, -32},  // neither input nor output
-        {"close", 1, OUT, 'f', 0}, {"close", 1, IN, 0, 0},
-        {"bufflush", 0, 0, 0, -30}, {"bufflush", 2, BUF | OUT, 'w', -32},  // octets pending, no write
+        {"flush", 0, 0, 0, -30}, {"flush", 1, IN, 0, -30}, {"flush", 1, OUT, 'f', 0}, {"write", 0, 0, 0, -32},
+        {"write", 1, IN, 0, -32}, {"write", 1, OUT, 'w', -32}, {"read", 0, 0, 0, -32}, {"read", 1, OUT, 0, -32},
+        {"read", 1, IN, 'r', -32}, {"iobytes", 0, 0, 0, -32}, {"close", 0, 0, 0, -32}, {"close", 1, OUT, 'c', -32},
+        {"close", 1, 0, 0, -32} /* neither input nor output */, {"close", 1, OUT, 'f', 0}, {"close", 1, IN, 0, 0},
+        {"bufflush", 0, 0, 0, -30}, {"bufflush", 2, BUF | OUT, 'w', -32} /* octets pending, no write */,
         {"bufflush", 1, IN, 0, -30}, {"bufclose", 0, 0, 0, -30}, {"bufclose", 1, 0, 0, -32},
         {"bufflush", 2, BUF, 0, -30},  // buffered but not for output: the octets go, rtStreamFlush refuses
     };
@@ -61,8 +57,7 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
         SCOPED_TRACE(testing::Message() << r.call << ", stream " << r.stream << ", flags " << r.flags);
         EXPECT_EQ(make_tuple(rtStreamRelease(&ctxt), ctxt.stream), make_tuple(0, nullptr));  // also with no stream
         rtErrReset(&ctxt.errInfo), fake.clear();
-        if (r.stream != 0) {
-            Asn1RTStream* s = open(0, r.stream == 2);
+        if (Asn1RTStream* s = r.stream != 0 ? open(0, r.stream == 2) : nullptr) {
             s->flags = r.flags, ctxt.bufIndex = r.stream == 2 ? 1 : 0;
             s->flush = r.missing == 'f' ? nullptr : s->flush, s->close = r.missing == 'c' ? nullptr : s->close;
             s->read = r.missing == 'r' ? nullptr : s->read, s->write = r.missing == 'w' ? nullptr : s->write;
@@ -77,17 +72,8 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
         EXPECT_EQ(make_tuple(got, ctxt.errInfo.status, fake.writes, fake.flushes), make_tuple(r.result, r.result, writes, 0));
         EXPECT_TRUE(c != "close" || r.result != 0 || ctxt.stream->flags == 0) << "a good close clears the flags";
     }
-    rtStreamRelease(&ctxt), rtErrReset(&ctxt.errInfo);  // the first refusal of a run is the one kept
-    EXPECT_EQ((Ints{rtStreamFlush(&ctxt), rtStreamRead(&ctxt, nullptr, 0), rtStreamWrite(&ctxt, nullptr, 0), rtStreamClose(&ctxt),
-                    ctxt.errInfo.status}), (Ints{-30, -32, -32, -32, -30}));
-    rtErrReset(&ctxt.errInfo), fake.clear();
-    ASSERT_EQ(rtStreamInit(&ctxt), 0);  // a zeroed record from the type heap
-    Asn1RTStream zero;
-    std::memset(&zero, 0, sizeof zero);
-    EXPECT_EQ(make_tuple(std::memcmp(ctxt.stream, &zero, sizeof zero), blockOf(ctxt.stream)->size),
-              make_tuple(0, sizeof(Asn1RTStream)));
-    Asn1RTStream* s = ctxt.stream;
-    FakeTransport::wire(s, RT_STREAM_OUTPUT);
+    rtStreamRelease(&ctxt), rtErrReset(&ctxt.errInfo), fake.clear();
+    Asn1RTStream* s = open(RT_STREAM_OUTPUT);
     // A positive result still counts the octets, a negative one is returned bare and counts nothing.
     EXPECT_EQ((Ints{rtStreamWrite(&ctxt, bytes("abc"), 3), (fake.writeResult = 1, rtStreamWrite(&ctxt, bytes("de"), 2)),
                     (fake.writeResult = -1, rtStreamWrite(&ctxt, bytes("fg"), 2)), int(s->ioBytes), rtStreamGetIOBytes(&ctxt),
@@ -96,8 +82,8 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
     // Close of an output stream: a failing flush is returned and the stream stays open.
     EXPECT_EQ((Ints{(fake.flushResult = 5, rtStreamFlush(&ctxt)), (fake.flushResult = -7, rtStreamClose(&ctxt)), s->flags,
                     fake.closes, ctxt.errInfo.status}), (Ints{5, -7, RT_STREAM_OUTPUT, 0, 0}));
-    fake.flushResult = 0, fake.closeResult = 3;  // then the result of close
-    EXPECT_EQ((Ints{rtStreamClose(&ctxt), s->flags, fake.closes, fake.flushes}), (Ints{3, 0, 1, 3}));
+    EXPECT_EQ((Ints{(fake.flushResult = 0, fake.closeResult = 3, rtStreamClose(&ctxt)), s->flags, fake.closes, fake.flushes}),
+              (Ints{3, 0, 1, 3}));  // then the result of close
     s->flags = RT_STREAM_INPUT, s->ioBytes = 0, fake.source = "hello";
     ASN1OCTET buf[8] = {};
     EXPECT_EQ((Ints{rtStreamRead(&ctxt, buf, 3), rtStreamRead(&ctxt, buf + 3, 8), rtStreamRead(&ctxt, buf, 8),
@@ -105,21 +91,17 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
                     rtStreamGetIOBytes(&ctxt), ctxt.errInfo.status}), (Ints{3, 2, 0, -2, 0, 5, 0}));
     rtStreamRelease(&ctxt), rtErrReset(&ctxt.errInfo), fake.clear();  // buffered streams
     alloc.failNext(1, 1);  // the stream record succeeds, the buffer fails
-    EXPECT_EQ(rtStreamBufInit(&ctxt), RT_E_NO_MEMORY);
-    EXPECT_EQ(make_tuple(ctxt.errInfo.status, ctxt.stream != nullptr, ctxt.stream->flags), make_tuple(-12, true, ASN1USINT(0)));
+    EXPECT_EQ((Ints{rtStreamBufInit(&ctxt), ctxt.errInfo.status, ctxt.stream->flags}), (Ints{RT_E_NO_MEMORY, -12, 0}));
     rtStreamRelease(&ctxt), rtErrReset(&ctxt.errInfo);
-
     Asn1RTStream* buffered = open(RT_STREAM_OUTPUT, true);
     EXPECT_EQ(make_tuple(buffered->bufsize, buffered->flags, ctxt.bufSize, ctxt.bufDynamic, ctxt.bufIndex, ctxt.bitOffset,
                          ctxt.savedState.index, rtStreamBufWrite(&ctxt, bytes("abc"), 3)),
               make_tuple(1024u, ASN1USINT(RT_STREAM_BUFFERED | RT_STREAM_OUTPUT), 1024u, ASN1UINT8(1), 3u, ASN1SINT(8),
                          0xffffffffu, 0));
-    EXPECT_EQ(fake.writes, 0);
     // 3 + 1022 > 1024: the buffered octets go first, then the new ones are buffered.
     const std::string x(1022, 'x'), y(1024, 'y'), w(5000, 'w');
-    EXPECT_EQ(rtStreamBufWrite(&ctxt, bytes(x.c_str()), 1022), 0);
-    EXPECT_EQ(make_tuple(fake.written, buffered->ioBytes, ctxt.bufIndex), make_tuple(std::string("abc"), 3u, 1022u));
-    EXPECT_EQ(std::memcmp(ctxt.bufData, x.data(), 1022), 0);
+    EXPECT_EQ((Ints{fake.writes, rtStreamBufWrite(&ctxt, bytes(x.c_str()), 1022), fake.written == "abc", int(buffered->ioBytes),
+                    int(ctxt.bufIndex), std::memcmp(ctxt.bufData, x.data(), 1022)}), (Ints{0, 0, 1, 3, 1022, 0}));
     // 1024 octets or more go past the buffer, directly to the write function.
     EXPECT_EQ((std::vector<int>{rtStreamBufWrite(&ctxt, bytes(y.c_str()), 1024), rtStreamBufWrite(&ctxt, bytes("z"), 1),
                                 rtWriteBytes(&ctxt, bytes(w.c_str()), 5000)}), std::vector<int>(3, 0));  // rtWriteBytes too
@@ -129,11 +111,9 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
     EXPECT_EQ(make_tuple(fake.written.substr(fake.written.size() - 5), buffered->ioBytes, fake.writes, fake.flushes,
                          ctxt.errInfo.status), make_tuple(std::string("hello"), 7050u, 6, 2, 0));
 
-    // rtCheckBuffer flushes a stream first; still too large, the dynamic buffer grows.
-    ctxt.bufIndex = 1000;
-    EXPECT_EQ(rtCheckBuffer(&ctxt, 100), 0);
-    EXPECT_EQ(make_tuple(fake.written.size(), ctxt.bufIndex, ctxt.bufSize), make_tuple(size_t(8055), 0u, 1024u));
-    EXPECT_EQ(make_tuple(rtCheckBuffer(&ctxt, 2000), ctxt.bufSize), make_tuple(0, 1024u + 16384u));
+    ctxt.bufIndex = 1000;  // rtCheckBuffer flushes a stream first; still too large, the dynamic buffer grows
+    EXPECT_EQ((Ints{rtCheckBuffer(&ctxt, 100), int(fake.written.size()), int(ctxt.bufIndex), int(ctxt.bufSize),
+                    rtCheckBuffer(&ctxt, 2000), int(ctxt.bufSize)}), (Ints{0, 8055, 0, 1024, 0, 1024 + 16384}));
     // Close flushes what is pending and closes.
     EXPECT_EQ((std::vector<int>{rtStreamBufWrite(&ctxt, bytes("tail"), 4), rtStreamBufClose(&ctxt)}), std::vector<int>(2, 0));
     EXPECT_EQ(make_tuple(fake.written.substr(fake.written.size() - 4), fake.closes, buffered->flags),
@@ -141,23 +121,20 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
     // Transport failures in the buffered layer: which are recorded in the error block.
     Asn1RTStream* failing = (fake.clear(), open(RT_STREAM_OUTPUT, true));
     const std::string big(2000, 'q');
-    fake.writeResult = 4;  // even a positive result of a direct write is recorded
-    EXPECT_EQ(make_tuple(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 2000), ctxt.errInfo.status), make_tuple(4, 4));
-    rtErrReset(&ctxt.errInfo), fake.writeResult = 0;
-    ASSERT_EQ(rtStreamBufWrite(&ctxt, bytes("abc"), 3), 0);
-    fake.writeResult = -9;  // the buffered octets cannot go: returned bare, kept
-    EXPECT_EQ(make_tuple(rtStreamBufWrite(&ctxt, bytes(big.c_str()), 1022), ctxt.bufIndex, ctxt.errInfo.status),
-              make_tuple(-9, 3u, 0));
-    fake.writeResult = -4;
-    EXPECT_EQ(make_tuple(rtStreamBufFlush(&ctxt), ctxt.bufIndex, ctxt.errInfo.status), make_tuple(-4, 3u, -4));
-    rtErrReset(&ctxt.errInfo), fake.writeResult = -3;  // rtCheckBuffer records a failing flush
-    ctxt.bufIndex = ctxt.bufSize;
-    EXPECT_EQ(make_tuple(rtCheckBuffer(&ctxt, 1), ctxt.errInfo.status), make_tuple(-3, -3));
-    rtErrReset(&ctxt.errInfo), fake.writeResult = 0, fake.flushResult = -6;  // a failing flush on close: recorded, no close
+    // Even a positive result of a direct write is recorded; buffered octets that cannot go are returned bare and kept;
+    // a failing flush is recorded, by rtCheckBuffer too; a failing flush on close is recorded and nothing is closed;
+    // input only: straight to rtStreamClose.
+    EXPECT_EQ((Ints{(fake.writeResult = 4, rtStreamBufWrite(&ctxt, bytes(big.c_str()), 2000)), ctxt.errInfo.status,
+                    (rtErrReset(&ctxt.errInfo), fake.writeResult = 0, rtStreamBufWrite(&ctxt, bytes("abc"), 3)),
+                    (fake.writeResult = -9, rtStreamBufWrite(&ctxt, bytes(big.c_str()), 1022)), int(ctxt.bufIndex),
+                    ctxt.errInfo.status,
+                    (fake.writeResult = -4, rtStreamBufFlush(&ctxt)), int(ctxt.bufIndex), ctxt.errInfo.status,
+                    (rtErrReset(&ctxt.errInfo), fake.writeResult = -3, ctxt.bufIndex = ctxt.bufSize, rtCheckBuffer(&ctxt, 1)),
+                    ctxt.errInfo.status}), (Ints{4, 4, 0, -9, 3, 0, -4, 3, -4, -3, -3}));
+    rtErrReset(&ctxt.errInfo), fake.writeResult = 0, fake.flushResult = -6;
     failing->flags = RT_STREAM_BUFFERED | RT_STREAM_OUTPUT;
-    EXPECT_EQ(make_tuple(rtStreamBufClose(&ctxt), ctxt.errInfo.status, fake.closes), make_tuple(-6, -6, 0));
-    failing->flags = RT_STREAM_INPUT;  // input only: straight to rtStreamClose
-    EXPECT_EQ(make_tuple(rtStreamBufClose(&ctxt), fake.closes), make_tuple(0, 1));
+    EXPECT_EQ((Ints{rtStreamBufClose(&ctxt), ctxt.errInfo.status, fake.closes,
+                    (failing->flags = RT_STREAM_INPUT, rtStreamBufClose(&ctxt)), fake.closes}), (Ints{-6, -6, 0, 0, 1}));
     // Diagnostics print only with g_debug set.
     auto both = [] { rtdiag("value %d of %s\n", 3, "x"), rtDiagHexDump(reinterpret_cast<const ASN1OCTET*>("A"), 1); };
     EXPECT_EQ(make_tuple(g_debug, captured(both)), make_tuple(0u, std::string()));
@@ -174,10 +151,8 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
         {"\x00\x01\x1f\x20\x21\x30\x39\x41\x5a\x61\x7a\x7e\x7f\x80\xc3\xff", 16, 1,
          "00 01 1f 20 21 30 39 41 5a 61 7a 7e 7f 80 c3 ff  ... !09AZaz~....\n"},
         // 0x7F prints ".", a blank a blank; trailing blanks of a partial line's text go.
-        {"\x20\x7f\x41", 3, 1, "20 7f 41" + b40 + "  .A\n"},
-        {"\x41\x20\x20", 3, 1, "41 20 20" + b40 + " A\n"},
-        {" ", 1, 1, "20" + std::string(46, ' ') + " \n"},
-        {"", 0, 1, ""}, {"abc", 3, 4, ""},  // nothing, or fewer octets than one word
+        {"\x20\x7f\x41", 3, 1, "20 7f 41" + b40 + "  .A\n"}, {"\x41\x20\x20", 3, 1, "41 20 20" + b40 + " A\n"},
+        {" ", 1, 1, "20" + std::string(46, ' ') + " \n"}, {"", 0, 1, ""}, {"abc", 3, 4, ""},  // nothing, or under one word
         {"\x01\x02\x41\x42\x05\x06", 6, 4, (le ? "42410201" : "01024142") + b40 + " ..AB\n"},  // whole words only
         {"ABCDEFGHIJKL", 12, 8,  // 16 / 8 = 2 items a line, each a 4-octet word
          (le ? "44434241 48474645 " : "41424344 45464748 ") + std::string(30, ' ') + " ABCDEFGH        \n" +
