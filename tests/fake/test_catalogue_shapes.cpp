@@ -38,105 +38,72 @@ struct Row {
     const char* in;
     int status;
     const char* out;  // re-encoding when decoded: "" for the input itself
-    const char* why;
 };
 
 // The shared rules of the decoders and encoders, shape by shape.
 const Row kRows[] = {
-    // SEQUENCE: optional and defaulted fields, tags, extra and missing elements.
-    {"Seq", "3003020105", 0, "", "only the required field"},
-    {"Seq", "1003020105", 0, "3003020105", "a primitive SEQUENCE tag passes xd_match1"},
-    {"Seq", "3006020105800100", 0, "3003020105", "BOOLEAN DEFAULT FALSE written out decodes, is not re-encoded"},
-    {"Seq", "30060201058001ff", 0, "", "a TRUE default-FALSE BOOLEAN is written"},
-    {"Seq", "3008020105a103020107", 0, "", "EXPLICIT optional field"},
-    {"Seq", "3006020105820105", 0, "3003020105", "INTEGER at its DEFAULT is not re-encoded"},
-    {"Seq", "3006020105820106", 0, "", "INTEGER off its DEFAULT is"},
-    {"Seq", "30080201050c03616263", 0, "", "UTF8String within SIZE (1..4)"},
-    {"Seq", "300a0201050c056162636465", RT_E_CONSTRAINT, nullptr, "UTF8String beyond SIZE (1..4)"},
-    {"Seq", "3006020105020106", RT_E_EXTRA_ELEMENT, nullptr, "an element after the last field"},
-    {"Seq", "3000", RT_E_MISSING_ELEMENT, nullptr, "the required field missing"},
-    {"Seq", "300d0201053006020101020102", RT_E_EXTRA_ELEMENT, nullptr, "-3 inside an optional record is swallowed, the cursor not restored"},
-    {"Seq", "3003020105", 0, "", "repeat: the previous failure leaves nothing behind"},
-    {"ReqCtx", "3003020105", 0, "3006800100020105", "a required [0] counted though absent, written empty"},
-    {"ReqCtx", "3000", RT_E_MISSING_ELEMENT, nullptr, "too few required fields by count"},
-    {"Ext", "3006020101020102", 0, "", "the extension marker keeps what follows"},
-    {"Ext", "300b0201010201020403010203", 0, "", "several elements after the marker"},
-    // SET with named fields.
-    {"NamedSet", "3103800141", 0, "", "the required field"},
-    {"NamedSet", "3106160141800142", 0, "3106800142160141", "written in the order of definition, unsorted"},
-    {"NamedSet", "3106800141800142", RT_E_SET_DUPLICATE, nullptr, "a field twice"},
-    {"NamedSet", "3106800141830100", RT_E_SET_UNKNOWN_TAG, nullptr, "a tag that is no field"},
-    {"NamedSet", "3103810101", RT_E_MISSING_ELEMENT, nullptr, "required field missing"},
-    {"NamedSet", "310e8001418009313233343536373839", RT_E_CONSTRAINT, nullptr, "the bound is checked before the duplicate"},
-    // CHOICE.
-    {"Alt", "020105", 0, "", "INTEGER held in the union"},
-    {"Alt", "130141", 0, "", "PrintableString held in the union"},
-    {"Alt", "3303040141", 0, "130141", "a constructed-form tag of a string alternative is taken"},
-    {"Alt", "a006020101040100", 0, "", "IMPLICIT record alternative through a pointer"},
-    {"Alt", "81022a03", 0, "", "identifier alternative through a pointer"},
-    {"Alt", "a203800101", 0, "", "CHOICE alternative, EXPLICIT by being a CHOICE"},
-    {"Alt", "a303020101", RT_E_BAD_CHOICE, nullptr, "a tag of no alternative"},
-    {"Alt", "0500", RT_E_BAD_CHOICE, nullptr, "NULL is no alternative"},
-    {"Tagged", "6103020105", 0, "", "[APPLICATION 1] CHOICE reads its own tag first"},
-    {"Tagged", "020105", RT_E_TAG_MISMATCH, nullptr, "without its tag"},
-    {"OptChoice", "3003020107", 0, "", "an optional CHOICE absent: the next tag is looked at, not read"},
-    {"OptChoice", "3006800101020107", 0, "", "an optional CHOICE present"},
-    // SEQUENCE OF and SET OF.
-    {"IntList", "3003020101", 0, "", "list form"},
-    {"IntList", "3000", RT_E_CONSTRAINT, nullptr, "SIZE (1..MAX) refuses the empty list"},
-    {"IntSet", "3106020103020105", 0, "", "SET OF in order"},
-    {"IntSet", "3106020105020103", 0, "3106020103020105", "SET OF sorted on encoding"},
-    {"IntSet", "3100", 0, "", "an empty SET OF"},
-    {"IntArray", "3006020101020102", 0, "", "array form"},
-    {"IntArray", "3000", RT_E_CONSTRAINT, nullptr, "array form, empty, SIZE (1..MAX)"},
-    {"OidSet", "300806022a0306022a01", 0, "300806022a0106022a03", "SEQUENCE tag, SET OF order"},
-    {"OidSet", "310806022a0306022a01", RT_E_TAG_MISMATCH, nullptr, "the SET tag is refused"},
-    {"StrArray", "30050c03616263", 0, "", "array element within its bound"},
-    {"StrArray", "30060c0461626364", RT_E_CONSTRAINT, nullptr, "array element beyond its bound"},
-    // Strings held inline, named bits, ranges and enumerations.
-    {"Iv", "04080102030405060708", 0, "", "fixed size"},
-    {"Iv", "040701020304050607", RT_E_CONSTRAINT, nullptr, "one octet short"},
-    {"Mac", "040101", 0, "", "bounded, lower end"},
-    {"Mac", "0400", RT_E_CONSTRAINT, nullptr, "bounded, empty"},
-    {"Flags", "03020780", 0, "", "one named bit"},
-    {"Flags", "0303070180", 0, "", "nine bits, the room of the named bits"},
-    {"Millis", "020203e7", 0, "", "999 in 1..999"},
-    {"Millis", "020100", RT_E_CONSTRAINT, nullptr, "0 outside 1..999"},
-    {"Millis", "020203e8", RT_E_CONSTRAINT, nullptr, "1000 outside 1..999"},
-    {"Reason", "0a0107", 0, "", "an unnamed value within the range passes"},
-    {"Reason", "0a010b", RT_E_BAD_ENUM, nullptr, "11 beyond the range"},
-    {"Form", "0a0101", 0, "", "range 1 to 8"},
-    {"Form", "0a0100", RT_E_BAD_ENUM, nullptr, "0 under the range"},
-    {"Form", "0a0109", RT_E_BAD_ENUM, nullptr, "9 over the range"},
-    {"Wide", "1e020041", 0, "", "BMPString within SIZE (1..2), by characters"},
-    {"Wide", "1e00", RT_E_CONSTRAINT, nullptr, "BMPString empty"},
-    {"Wide", "1e06004100420043", RT_E_CONSTRAINT, nullptr, "BMPString of three characters"},
-    {"Big", "020a01000000000000000000", 0, "", "INTEGER of any size as text"},
-    {"Small", "02020100", 0, "", "16-bit unsigned"},
-    {"Alias", "3006020101040100", 0, "", "an alias does the work of its type"},
-    // End-of-contents.
-    {"Wrapped", "3080020101a080300602010204010000000000", 0, "300d020101a0083006020102040100", "an annotated type eats its EXPLICIT tag's markers and its own"},
-    {"Outer", "30163080020101a080300602010204010000000000020105", RT_E_EXTRA_ELEMENT, nullptr, "outside, the marker stays and the next step fails on it"},
-    // Table constraints.
-    {"Holder", "300706022a03020105", 0, "", "a known identifier: the value decoded through its object"},
-    {"Holder", "300806022a0302020100", RT_E_CONSTRAINT, nullptr, "a malformed known value fails the whole decode"},
-    {"Holder", "300706022a09020105", 0, "", "an unknown identifier: the value stays raw"},
-    {"Holder", "300406022a03", 0, "", "no value, no object called"},
-    {"Holder", "300706022a04020105", RT_E_TAG_MISMATCH, nullptr, "a value of the wrong type"},
-    {"Holder", "300606022a050500", 0, "", "a NULL value"},
-    {"Wrapper", "300906022a030403020164", 0, "", "OCTET STRING with its value decoded"},
-    {"Wrapper", "300606022a030400", 0, "", "an empty OCTET STRING stays raw"},
-    {"Wrapper", "300c06022a030101000403020164", 0, "300906022a030403020164", "critical FALSE written out"},
-    {"Values", "300c06022a033106020102020101", 0, "300c06022a033106020101020102", "each value decoded; sorted"},
+    // SEQUENCE: a primitive tag passes xd_match1; defaults are not written back; -3 inside an optional
+    // record is swallowed without restoring the cursor, the rest reads as extra (and leaves nothing behind);
+    // a required [0] is counted though absent and written empty; the extension marker keeps what follows.
+    {"Seq", "3003020105", 0, ""}, {"Seq", "1003020105", 0, "3003020105"},
+    {"Seq", "3006020105800100", 0, "3003020105"}, {"Seq", "30060201058001ff", 0, ""},
+    {"Seq", "3008020105a103020107", 0, ""}, {"Seq", "3006020105820105", 0, "3003020105"},
+    {"Seq", "3006020105820106", 0, ""}, {"Seq", "30080201050c03616263", 0, ""},
+    {"Seq", "300a0201050c056162636465", RT_E_CONSTRAINT, ""}, {"Seq", "3006020105020106", RT_E_EXTRA_ELEMENT, ""},
+    {"Seq", "3000", RT_E_MISSING_ELEMENT, ""}, {"Seq", "300d0201053006020101020102", RT_E_EXTRA_ELEMENT, ""},
+    {"Seq", "3003020105", 0, ""}, {"ReqCtx", "3003020105", 0, "3006800100020105"},
+    {"ReqCtx", "3000", RT_E_MISSING_ELEMENT, ""}, {"Ext", "3006020101020102", 0, ""},
+    {"Ext", "300b0201010201020403010203", 0, ""},
+    // SET with named fields: written in the order of definition; the bound is checked before the duplicate.
+    {"NamedSet", "3103800141", 0, ""}, {"NamedSet", "3106160141800142", 0, "3106800142160141"},
+    {"NamedSet", "3106800141800142", RT_E_SET_DUPLICATE, ""},
+    {"NamedSet", "3106800141830100", RT_E_SET_UNKNOWN_TAG, ""}, {"NamedSet", "3103810101", RT_E_MISSING_ELEMENT, ""},
+    {"NamedSet", "310e8001418009313233343536373839", RT_E_CONSTRAINT, ""},
+    // CHOICE: a constructed tag of a string alternative is taken; records and identifiers through a pointer;
+    // [APPLICATION 1] reads its own tag first; an absent optional CHOICE is looked at, not read.
+    {"Alt", "020105", 0, ""}, {"Alt", "130141", 0, ""}, {"Alt", "3303040141", 0, "130141"},
+    {"Alt", "a006020101040100", 0, ""}, {"Alt", "81022a03", 0, ""}, {"Alt", "a203800101", 0, ""},
+    {"Alt", "a303020101", RT_E_BAD_CHOICE, ""}, {"Alt", "0500", RT_E_BAD_CHOICE, ""}, {"Tagged", "6103020105", 0, ""},
+    {"Tagged", "020105", RT_E_TAG_MISMATCH, ""}, {"OptChoice", "3003020107", 0, ""},
+    {"OptChoice", "3006800101020107", 0, ""},
+    // SEQUENCE OF and SET OF: SIZE (1..MAX), sorting on encoding, the SEQUENCE tag on a SET OF.
+    {"IntList", "3003020101", 0, ""}, {"IntList", "3000", RT_E_CONSTRAINT, ""}, {"IntSet", "3106020103020105", 0, ""},
+    {"IntSet", "3106020105020103", 0, "3106020103020105"}, {"IntSet", "3100", 0, ""},
+    {"IntArray", "3006020101020102", 0, ""}, {"IntArray", "3000", RT_E_CONSTRAINT, ""},
+    {"OidSet", "300806022a0306022a01", 0, "300806022a0106022a03"},
+    {"OidSet", "310806022a0306022a01", RT_E_TAG_MISMATCH, ""}, {"StrArray", "30050c03616263", 0, ""},
+    {"StrArray", "30060c0461626364", RT_E_CONSTRAINT, ""},
+    // Strings held inline, named bits (nine: their room), ranges, enumerations (unnamed values in range
+    // pass), BMPString sizes by characters, big and 16-bit integers, an alias.
+    {"Iv", "04080102030405060708", 0, ""}, {"Iv", "040701020304050607", RT_E_CONSTRAINT, ""},
+    {"Mac", "040101", 0, ""}, {"Mac", "0400", RT_E_CONSTRAINT, ""}, {"Flags", "03020780", 0, ""},
+    {"Flags", "0303070180", 0, ""}, {"Millis", "020203e7", 0, ""}, {"Millis", "020100", RT_E_CONSTRAINT, ""},
+    {"Millis", "020203e8", RT_E_CONSTRAINT, ""}, {"Reason", "0a0107", 0, ""}, {"Reason", "0a010b", RT_E_BAD_ENUM, ""},
+    {"Form", "0a0101", 0, ""}, {"Form", "0a0100", RT_E_BAD_ENUM, ""}, {"Form", "0a0109", RT_E_BAD_ENUM, ""},
+    {"Wide", "1e020041", 0, ""}, {"Wide", "1e00", RT_E_CONSTRAINT, ""},
+    {"Wide", "1e06004100420043", RT_E_CONSTRAINT, ""}, {"Big", "020a01000000000000000000", 0, ""},
+    {"Small", "02020100", 0, ""}, {"Alias", "3006020101040100", 0, ""},
+    // End-of-contents: an annotated type eats its EXPLICIT tag's markers and its own; outside, the
+    // marker stays and the next step fails on it.
+    {"Wrapped", "3080020101a080300602010204010000000000", 0, "300d020101a0083006020102040100"},
+    {"Outer", "30163080020101a080300602010204010000000000020105", RT_E_EXTRA_ELEMENT, ""},
+    // Table constraints: known identifiers decode through their object (a malformed value fails it all),
+    // unknown ones, empty OCTET STRINGs and absent values stay raw; critical FALSE goes; values sorted.
+    {"Holder", "300706022a03020105", 0, ""}, {"Holder", "300806022a0302020100", RT_E_CONSTRAINT, ""},
+    {"Holder", "300706022a09020105", 0, ""}, {"Holder", "300406022a03", 0, ""},
+    {"Holder", "300706022a04020105", RT_E_TAG_MISMATCH, ""}, {"Holder", "300606022a050500", 0, ""},
+    {"Wrapper", "300906022a030403020164", 0, ""}, {"Wrapper", "300606022a030400", 0, ""},
+    {"Wrapper", "300c06022a030101000403020164", 0, "300906022a030403020164"},
+    {"Values", "300c06022a033106020102020101", 0, "300c06022a033106020101020102"},
 };
 
 TEST(CatalogueShapes, DecodeAndEncodeBack) {
     for (const Row& r : kRows) {
         Decoding d(r.type, r.in);
-        SCOPED_TRACE(std::string(r.type) + " " + r.in + ": " + r.why);
+        SCOPED_TRACE(std::string(r.type) + " " + r.in);
         EXPECT_EQ(d.status, r.status);
         EXPECT_EQ(d.dec.recorded(), r.status) << "the status is also the first one recorded";
-        if (r.status != 0 || r.out == nullptr) continue;
+        if (r.status != 0) continue;
         EXPECT_EQ(d.reencoded(), *r.out ? r.out : r.in);
     }
 }
