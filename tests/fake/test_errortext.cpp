@@ -15,16 +15,12 @@ std::wstring message(uint32_t code, unsigned int second = 0) {
 // Texts stand as they are, leading blanks and missing final stops included; several codes
 // share one. The second argument has no effect.
 TEST(ErrorText, EveryCodeHasItsExactText) {
-    const struct {
-        std::vector<uint32_t> codes;
-        const wchar_t* text;
-    } rows[] = {
+    const std::pair<std::vector<uint32_t>, const wchar_t*> rows[] = {
         {{0x000000B7u, 0x800700B7u}, L"Cannot create a file when that file already exists."},
         {{0x00000450u}, L"The data you supplied have zero length."},
-        {{0x00002098u}, L"Insufficient access rights to perform the operation."},
-        {{0x80004001u}, L"Not implemented."}, {{0x80040007u}, L"Uninitialized object."},
-        {{0x80040154u}, L"Class not registered."}, {{0x80070002u}, L"The system cannot find the file specified."},
-        {{0x80070057u}, L"The parameter is incorrect."},
+        {{0x00002098u}, L"Insufficient access rights to perform the operation."}, {{0x80004001u}, L"Not implemented."},
+        {{0x80040007u}, L"Uninitialized object."}, {{0x80040154u}, L"Class not registered."},
+        {{0x80070002u}, L"The system cannot find the file specified."}, {{0x80070057u}, L"The parameter is incorrect."},
         {{0x8007006Eu}, L"The system cannot open the device or file specified."},
         {{0x800705B9u}, L"The system was unable to parse the requested XML data."},
         {{0x800705BAu}, L"An error was encountered while processing an XML digital signature."},
@@ -69,10 +65,10 @@ TEST(ErrorText, EveryCodeHasItsExactText) {
           0x80004005u, 0x00000057u},
          L"Internal error."},
     };
-    for (const auto& row : rows)
-        for (uint32_t code : row.codes)
+    for (const auto& [codes, text] : rows)
+        for (uint32_t code : codes)
             for (unsigned int second : {0u, 0x0419u, 0xFFFFFFFFu})
-                EXPECT_EQ(message(code, second), row.text) << std::hex << code << " " << second;
+                EXPECT_EQ(message(code, second), text) << std::hex << code << " " << second;
 }
 
 }  // namespace
