@@ -5,14 +5,14 @@
 
 using namespace rttest;
 using Step = std::tuple<void*, int>;  // braced lists of these run the calls left to right
+using Strs = std::vector<std::string>;
 
 namespace {
 
 int values[8] = {10, 11, 12, 13, 14, 15, 16, 17};
 void* v(int i) { return &values[i - 10]; }  // the value i, by its address
 
-// The values of the list, front to back.
-std::string order(const Asn1RTDList* list)
+std::string order(const Asn1RTDList* list)  // the values of the list, front to back: "10,11"
 {
     std::string s;
     for (Asn1RTDListNode* n = list->head; n; n = n->next)
@@ -20,8 +20,7 @@ std::string order(const Asn1RTDList* list)
     return s;
 }
 
-class SeqOfTest : public ::testing::Test {
-protected:
+struct SeqOfTest : ::testing::Test {
     ASN1BEREncodeBuffer buf;
 };
 
@@ -47,38 +46,36 @@ TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
         pdu.setContext(c);  // a PDU list holds its context, copies too
         ASN1TPDUSeqOfList copy(pdu), assigned;
         assigned = copy;
-        const unsigned withAll = c->getRefCount();
-        assigned.setContext(nullptr);
-        EXPECT_EQ(make_tuple(withAll, c->getRefCount()), make_tuple(6u, 5u));
+        EXPECT_EQ((Ints{int(c->getRefCount()), (assigned.setContext(nullptr), int(c->getRefCount()))}), (Ints{6, 5}));
     }
     EXPECT_EQ(c->getRefCount(), 1u);
     c->_unref();
     ASN1CSeqOfList l(list);  // without buffer or context: a context of its own
     l.append(v(14));
     EXPECT_EQ(make_tuple(l.getCtxtPtr() != nullptr, l.getCtxtPtr() != buf.getCtxtPtr(), list.count), make_tuple(true, true, 2u));
-    // Mutators raise the modification count.
+    // Mutators raise the modification count: an insert past the count makes nothing and is counted all the same; before
+    // null appends, after null links at the head; a removal that finds nothing counts nothing, a set counts once.
     ASN1CSeqOfList ml(buf);
+    auto state = [&] { return order(ml.getList()) + " #" + std::to_string(ml.getModCount()); };
     ml.append(v(10)), ml.append(v(11)), ml.append(v(12));
     Asn1RTDListNode* n = ml.insert(1, v(15));
-    EXPECT_EQ((Ptrs{n ? n->data : nullptr, ml.insert(9, v(16))}), (Ptrs{v(15), nullptr})) << "past the count: none";
-    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("10,15,11,12", 5)) << "counted all the same";
-    // Null appends before, links at the head after.
-    EXPECT_EQ((std::vector<bool>{ml.insertBefore(v(16), ml.getList()->head) != nullptr,
-                                 ml.insertAfter(v(17), ml.getList()->tail) != nullptr, ml.insertBefore(v(13), nullptr) != nullptr,
-                                 ml.insertAfter(v(14), nullptr) != nullptr}), std::vector<bool>(4, true));
-    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("14,16,10,15,11,12,17,13", 9));
+    EXPECT_EQ((Ptrs{n ? n->data : nullptr, ml.insert(9, v(16))}), (Ptrs{v(15), nullptr}));
+    const std::string afterInsert = state();
+    ml.insertBefore(v(16), ml.getList()->head), ml.insertAfter(v(17), ml.getList()->tail);
+    ml.insertBefore(v(13), nullptr), ml.insertAfter(v(14), nullptr);
+    const std::string afterLinks = state();
     ml.remove(0), ml.remove(v(17)), ml.remove(ml.getList()->tail);
-    ml.remove(99), ml.remove(v(17)), ml.remove((Asn1RTDListNode*)nullptr);  // nothing found, nothing counted
-    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("16,10,15,11,12", 12));
-    EXPECT_EQ((Ptrs{ml.set(2, v(17)), ml.set(5, v(10))}), (Ptrs{v(15), nullptr}));  // counted once
-    EXPECT_EQ(make_tuple(order(ml.getList()), ml.getModCount()), make_tuple("16,10,17,11,12", 13));
+    ml.remove(99), ml.remove(v(17)), ml.remove((Asn1RTDListNode*)nullptr);
+    const std::string afterRemove = state();
+    EXPECT_EQ((Ptrs{ml.set(2, v(17)), ml.set(5, v(10))}), (Ptrs{v(15), nullptr}));
+    EXPECT_EQ((Strs{afterInsert, afterLinks, afterRemove, state()}),
+              (Strs{"10,15,11,12 #5", "14,16,10,15,11,12,17,13 #9", "16,10,15,11,12 #12", "16,10,17,11,12 #13"}));
     // Readers: an index under 1 reads the head; pointers are compared, not values.
     int other = 10;
     EXPECT_EQ(make_tuple(ml.getFirst(), ml.getLast(), ml.get(2), ml.get(5), ml.get(-1), ml.indexOf(v(11)), ml.indexOf(&other)),
               make_tuple(v(16), v(12), v(17), nullptr, v(16), 3, -1));
     ml.clear();
-    EXPECT_EQ(make_tuple(ml.isEmpty(), ml.getModCount(), ml.getFirst(), ml.getLast(), ml.get(0)),
-              make_tuple(true, 14, nullptr, nullptr, nullptr));
+    EXPECT_EQ(make_tuple(ml.isEmpty(), ml.getModCount(), ml.getFirst(), ml.getLast()), make_tuple(true, 14, nullptr, nullptr));
     // Arrays.
     ASN1CSeqOfList al(buf);
     int arr[3] = {7, 8, 9}, copies[2] = {20, 21};
@@ -94,23 +91,19 @@ TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
     ASSERT_TRUE(all != nullptr && used != small && al.toArray(big, (int)sizeof(int), 8) == big);
     EXPECT_EQ(make_tuple(all[0], all[4], used[2], big[3]), make_tuple(7, 21, 9, 20));
     ASN1CSeqOfList freed(buf);  // freeAll frees the heap copies too
-    freed.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int));
-    freed.freeAll();
+    freed.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int)), freed.freeAll();
     EXPECT_EQ(make_tuple(freed.isEmpty(), freed.getList()->head, freed.getModCount()), make_tuple(true, nullptr, 2));
     // The iterator, both ways.
     ASN1CSeqOfList walked(buf), empty(buf);
     walked.append(v(10)), walked.append(v(11)), walked.append(v(12));
-    ASN1CSeqOfListIterator* it = walked.iterator();
+    ASN1CSeqOfListIterator *it = walked.iterator(), *e = empty.iterator();
     ASSERT_EQ(it ? it->getState() : -1, 0);
     Ptrs seen;
     while (it->hasNext())
         seen.push_back(it->next());
-    EXPECT_EQ(seen, (Ptrs{v(10), v(11), v(12)}));
     // At the end: null and -8; no next node, so nothing to step back from either.
-    EXPECT_EQ((Step{it->next(), it->getState()}), Step(nullptr, -8));
-    ASN1CSeqOfListIterator* e = empty.iterator();
-    EXPECT_EQ((Ptrs{it->prev(), e->next()}), (Ptrs{nullptr, nullptr}));
-    EXPECT_EQ(make_tuple(it->getState(), e->getState()), make_tuple(-8, -8));
+    EXPECT_EQ((Ptrs{it->next(), it->prev(), e->next()}), (Ptrs{nullptr, nullptr, nullptr}));
+    EXPECT_EQ(make_tuple(seen, it->getState(), e->getState()), make_tuple(Ptrs{v(10), v(11), v(12)}, -8, -8));
 
     ASN1CSeqOfListIterator* back = walked.iteratorFromLast();
     EXPECT_EQ((Ptrs{back->prev(), back->prev(), back->prev()}), (Ptrs{v(12), v(11), v(10)}));
