@@ -21,11 +21,7 @@ namespace {
 using testsupport::readFile;
 typedef std::vector<uint8_t> Bytes;
 const std::string kFixtures = std::string(CHAINVET_FIXTURES_DIR) + "/pki/";
-struct Verdict {
-    BOOL ok;
-    DWORD dwError, bits, lastError;
-    bool partial;
-};
+struct Verdict { BOOL ok; DWORD dwError, bits, lastError; bool partial; };
 
 // A policy over a chain built by the stand-in, with both extra records so that every
 // failure comes back as a bit.
@@ -48,12 +44,7 @@ TEST(PoliciesReal, BasicConstraintsOfTheFixtures) {
     const PCCERT_CONTEXT root = load("root"), ca = load("intermediate"), leaf = load("leaf"), leafNoBc = load("leaf-nobc"),
                          rootNoBc = load("root-nobc"), both = load("both-bc"), old = load("old-bc");
     const DWORD fail = 0x80096019u;
-    const struct {
-        const char* name;
-        std::vector<PCCERT_CONTEXT> chain;
-        DWORD dwError;
-        bool partial;
-    } rows[] = {
+    const struct { const char* name; std::vector<PCCERT_CONTEXT> chain; DWORD dwError; bool partial; } rows[] = {
         {"CA with cA TRUE", {ca, root}, 0, false},
         {"root CA alone", {root}, 0, false},
         {"leaf with cA FALSE", {leaf, ca, root}, fail, false},
@@ -105,11 +96,9 @@ TEST(PoliciesReal, CorpusVerdictsAgreeWithGnutls) {
             const int kuResult = gnutls_x509_crt_get_key_usage(crt, &ku, &critical);
             const Verdict sig = runPolicy(CertDllVerifySignatureCertificateChainPolicy, {cert}, 0);
             EXPECT_EQ(sig.dwError, 0u);
-            if (kuResult < 0 && kuResult != GNUTLS_E_REQUESTED_DATA_NOT_AVAILABLE) {
-                EXPECT_EQ(sig.ok, FALSE);
-                ++refused;
-            } else if (!sig.ok) {
-                EXPECT_EQ(sig.lastError, 0x8009310Bu);
+            const bool kuUnread = kuResult < 0 && kuResult != GNUTLS_E_REQUESTED_DATA_NOT_AVAILABLE;
+            if (kuUnread || !sig.ok) {
+                EXPECT_EQ(std::make_tuple(sig.ok, kuUnread || sig.lastError == 0x8009310Bu), std::make_tuple(FALSE, true));
                 ++refused;
             } else {
                 const bool mayNotSign =
@@ -142,18 +131,11 @@ TEST(PoliciesReal, CorpusVerdictsAgreeWithGnutls) {
             CertFreeCertificateContext(cert);
     }
     // Well over a hundred certificates, most with Key Usage.
-    EXPECT_GT(caJudged, 50);
-    EXPECT_GE(compared, 100);
-    EXPECT_GE(withKeyUsage, 50);
-    EXPECT_LE(refused, 5);
-    EXPECT_GE(holding, 4);
-    EXPECT_GE(lacking, 20);
+    EXPECT_TRUE(caJudged > 50 && compared >= 100 && withKeyUsage >= 50 && refused <= 5 && holding >= 4 && lacking >= 20)
+        << caJudged << " " << compared << " " << withKeyUsage << " " << refused << " " << holding << " " << lacking;
 }
 
-struct Id {
-    std::string oid;
-    Bytes name, key, serial;
-};
+struct Id { std::string oid; Bytes name, key, serial; };
 Bytes bytesOf(const void* p, size_t n) { return Bytes(static_cast<const BYTE*>(p), static_cast<const BYTE*>(p) + n); }
 Bytes reversed(const CRYPT_INTEGER_BLOB& b) {
     return Bytes(std::reverse_iterator<BYTE*>(b.pbData + b.cbData), std::reverse_iterator<BYTE*>(b.pbData));
@@ -218,13 +200,7 @@ Id gostCertId() {
 // chain (none: the certificate the response carries); the extra status' bits,
 // rgdwCertIdChecked as digits, fOcspNoCheck.
 TEST(OcspSigningReal, ResponderChains) {
-    const struct {
-        const char* ids;
-        std::vector<const char*> chain;
-        DWORD bits;
-        const char* checked;
-        DWORD nocheck;
-    } rows[] = {
+    const struct { const char* ids; std::vector<const char*> chain; DWORD bits; const char* checked; DWORD nocheck; } rows[] = {
         {"ocsp-req-sha1 ocsp-req-sha256 +gost", {"ocsp-ca", "ocsp-root"}, 0, "111", 0},
         {"ocsp-req-sha1 ocsp-req-sha256 +gost", {"ocsp-delegated", "ocsp-ca"}, 0, "111", 1},
         {"ocsp-req-sha1 ocsp-req-sha256 +gost", {"ocsp-nopurpose", "ocsp-ca"}, 0x40, "000", 0},

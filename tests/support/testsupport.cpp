@@ -69,57 +69,6 @@ void* CountingHeap::Reallocate(void* p, size_t n) noexcept {
     return refuse ? nullptr : std::realloc(p, n);
 }
 
-FakeCert& FakeCert::addExtension(const char* oid, const std::vector<uint8_t>& value) {
-    m_values.emplace_back(oid, value);
-    context();  // a chain may hold the context already
-    return *this;
-}
-
-PCCERT_CONTEXT FakeCert::context() {
-    auto blob = [](std::vector<uint8_t>& v) { return CRYPT_INTEGER_BLOB{static_cast<DWORD>(v.size()), v.data()}; };
-    m_exts.clear();
-    for (auto& v : m_values)
-        m_exts.push_back(CERT_EXTENSION{&v.first[0], FALSE, blob(v.second)});
-    m_info.dwVersion = 2;
-    m_info.SerialNumber = blob(serial);
-    m_info.Issuer = blob(issuer);
-    m_info.Subject = blob(subject);
-    m_info.SubjectPublicKeyInfo.PublicKey = {static_cast<DWORD>(key.size()), key.data(), 0};
-    m_info.cExtension = static_cast<DWORD>(m_exts.size());
-    m_info.rgExtension = m_exts.empty() ? nullptr : m_exts.data();
-    m_ctx.dwCertEncodingType = X509_ASN_ENCODING | PKCS_7_ASN_ENCODING;
-    m_ctx.pCertInfo = &m_info;
-    return &m_ctx;
-}
-
-FakeChain::FakeChain(std::vector<PCCERT_CONTEXT> certs, DWORD trustErrorStatus)
-    : m_elements(certs.size()), m_elementPtrs(certs.size()) {
-    for (size_t i = 0; i < certs.size(); ++i) {
-        m_elements[i].cbSize = sizeof(CERT_CHAIN_ELEMENT);
-        m_elements[i].pCertContext = certs[i];
-        m_elementPtrs[i] = &m_elements[i];
-    }
-    m_simple.cbSize = sizeof m_simple;
-    m_simple.cElement = static_cast<DWORD>(certs.size());
-    m_simple.rgpElement = m_elementPtrs.data();
-    m_simple.TrustStatus.dwErrorStatus = m_chain.TrustStatus.dwErrorStatus = trustErrorStatus;
-    m_simplePtr = &m_simple;
-    m_chain.cbSize = sizeof m_chain;
-    m_chain.cChain = 1;
-    m_chain.rgpChain = &m_simplePtr;
-}
-
-TraceCapture::TraceCapture() : m_saved(chainvet_db_ctx), m_ctx(support_print_init_memory("test", 127)) {
-    chainvet_db_ctx = m_ctx;
-}
-
-TraceCapture::~TraceCapture() {
-    chainvet_db_ctx = m_saved;
-    support_print_done(m_ctx);
-}
-
-std::string TraceCapture::text() const { return support_print_memory_text(m_ctx); }
-
 std::string corpusDir() { return CHAINVET_CORPUS_DIR; }
 
 bool corpusPresent() { return fileExists(corpusDir() + "/MANIFEST.tsv"); }

@@ -1,5 +1,4 @@
-// Helpers shared by the tests: hex, hand-made certificate contexts and chains, trace
-// capture, corpus access, thrown status codes, a counting heap.
+// Helpers shared by the tests: hex, files, corpus access, thrown status codes, a counting heap.
 #pragma once
 
 #include "core/blob.h"
@@ -10,7 +9,6 @@
 #include <atomic>
 #include <memory>
 #include <string>
-#include <utility>
 #include <vector>
 
 namespace testsupport {
@@ -44,49 +42,6 @@ public:
     std::atomic<int> allocations{0}, frees{0}, reallocations{0};
     size_t lastSize = 0;
     bool refuse = false;
-};
-
-// A certificate context built by hand: CN=Test issued by itself, serial 01 (little-endian
-// as the context holds it), key bits 0102030405 unless changed; context() wires the fields.
-struct FakeCert {
-    std::vector<uint8_t> subject = hex("300F310D300B06035504030C0454657374"), issuer = subject, serial{1},
-                         key = hex("0102030405");
-    FakeCert& addExtension(const char* oid, const std::vector<uint8_t>& value);
-    PCCERT_CONTEXT context();
-
-private:
-    CERT_CONTEXT m_ctx{};
-    CERT_INFO m_info{};
-    std::vector<std::pair<std::string, std::vector<uint8_t>>> m_values;
-    std::vector<CERT_EXTENSION> m_exts;
-};
-
-// One simple chain over the given certificates (end first).
-class FakeChain {
-public:
-    FakeChain(std::vector<PCCERT_CONTEXT> certs, DWORD trustErrorStatus = 0);
-    PCCERT_CHAIN_CONTEXT get() const { return &m_chain; }
-    CERT_CHAIN_ELEMENT& element(size_t i) { return m_elements[i]; }
-
-private:
-    CERT_CHAIN_CONTEXT m_chain{};
-    CERT_SIMPLE_CHAIN m_simple{};
-    PCERT_SIMPLE_CHAIN m_simplePtr = nullptr;
-    std::vector<CERT_CHAIN_ELEMENT> m_elements;
-    std::vector<PCERT_CHAIN_ELEMENT> m_elementPtrs;
-};
-
-// Switches trace on into memory for the lifetime of the object; text() holds the lines as
-// "function|text".
-class TraceCapture {
-public:
-    TraceCapture();
-    ~TraceCapture();
-    std::string text() const;
-
-private:
-    TSupportDbContext_* m_saved;
-    TSupportDbContext_* m_ctx;
 };
 
 // Every regular file below corpus/<sub>, sorted; empty when the corpus is absent.
