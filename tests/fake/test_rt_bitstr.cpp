@@ -17,8 +17,7 @@ std::string after(int result, const ASN1CBitStr& b)
            std::to_string(b.length());
 }
 
-class BitStrTest : public ::testing::Test {
-protected:
+struct BitStrTest : ::testing::Test {
     ASN1BEREncodeBuffer buf;
 };
 
@@ -31,16 +30,14 @@ TEST_F(BitStrTest, GrowthLimitsRangesValuesBitwiseAndShifts)
     EXPECT_EQ((Ints{b.getUnitsAllocated(), b.clear(5), b.size(), b.set(1), b.set(8 * 1100), b.size(),
                     b.getUnitsAllocated(), b.get(1), b.cardinality(), b.clear(8 * 1100), b.unusedBitsInLastUnit()}),
               (Ints{1025, 0, 0, 0, 0, 1101, 2125, 1, 2, 0, 6}));
-    EXPECT_EQ((Strs{after(b.clear(100), b), after(b.clear(), b)}), (Strs{"0 40 2 2", "0  0 0"}));
-    EXPECT_EQ(b.unusedBitsInLastUnit(), 0);
+    EXPECT_EQ((Strs{after(b.clear(100), b), after(b.clear(), b), std::to_string(b.unusedBitsInLastUnit())}),
+              (Strs{"0 40 2 2", "0  0 0", "0"}));
     ASN1CBitStr lim(buf, 8u);  // a limit: one octet; bit 8 passes the limit, its octet does not fit
     EXPECT_EQ((Ints{lim.getUnitsAllocated(), lim.set(8), buf.getStatus(), lim.set(9)}), (Ints{1, -5, -5, -29}));
-    EXPECT_EQ(after(lim.set(7), lim), "0 01 8 8");
-    EXPECT_EQ((Ints{lim.unusedBitsInLastUnit(), lim.get(9)}), (Ints{0, 0})) << "above the limit reads clear";
-    // Ranges.
-    ASN1CBitStr rg(buf, 0u), lim12(buf, 12u), g(buf, 0u);
+    EXPECT_EQ((Strs{after(lim.set(7), lim), std::to_string(lim.unusedBitsInLastUnit()), std::to_string(lim.get(9))}),
+              (Strs{"0 01 8 8", "0", "0"})) << "above the limit reads clear";
+    ASN1CBitStr rg(buf, 0u), lim12(buf, 12u), g(buf, 0u);  // ranges; the set family raises the count to its end
     EXPECT_EQ(after(rg.set(2, 10), rg), "0 3FC0 10 10");
-    // The set family raises the count to its end and makes room.
     EXPECT_EQ((Ints{rg.cardinality(), rg.set(5, 4), rg.clear(9, 3), rg.set(20, 20), int(rg.getNumBits()), rg.size()}),
               (Ints{8, -24, -24, 0, 20, 3}));
     EXPECT_EQ((Strs{after(rg.clear(3, 9), rg), after(rg.invert(0, 4), rg), after(rg.invert(9), rg)}),
