@@ -75,27 +75,21 @@ struct OpenTypeCheck {
         }
         case Kind::Sequence:
         case Kind::Set:
-            for (unsigned i = 0; i < t.nfields; ++i) {
-                const FieldInfo& f = t.fields[i];
-                if (f.presentBit >= 0) {
-                    ASN1UINT m;
-                    std::memcpy(&m, (const char*)p + t.mOffset, sizeof m);
-                    if (!((m >> f.presentBit) & 1)) continue;
-                }
-                if (f.type->kind == Kind::Null) continue;
-                const ASN1OBJID* k = f.table ? (const ASN1OBJID*)((const char*)p + f.table->keyOffset) : nullptr;
-                if (f.table && f.table->siblingOffset != ~0u)
-                    value(kBuiltinTableOpen, (const char*)p + f.table->siblingOffset, f.table, k);
-                else
-                    value(*f.type, (const char*)p + f.offset, f.table, k);
+            for (const FieldInfo* f = t.fields; f < t.fields + t.nfields; ++f) {
+                ASN1UINT m = ~0u;  // the presence word, read only where the field has a bit
+                if (f->presentBit >= 0) std::memcpy(&m, (const char*)p + t.mOffset, sizeof m);
+                if (!((m >> (f->presentBit & 31)) & 1) || f->type->kind == Kind::Null) continue;
+                const ASN1OBJID* k = f->table ? (const ASN1OBJID*)((const char*)p + f->table->keyOffset) : nullptr;
+                const bool sibling = f->table && f->table->siblingOffset != ~0u;
+                value(sibling ? kBuiltinTableOpen : *f->type, (const char*)p + (sibling ? f->table->siblingOffset : f->offset),
+                      f->table, k);
             }
             return;
         case Kind::Choice: {
             const ASN1UINT sel = *(const ASN1UINT*)((const char*)p + t.mOffset);
-            if (sel < 1 || sel > t.nfields || t.fields[sel - 1].type->kind == Kind::Null) return;
-            const FieldInfo& f = t.fields[sel - 1];
             const void* up = (const char*)p + t.uOffset;
-            value(*f.type, f.byPointer ? *(const void* const*)up : up);
+            if (sel >= 1 && sel <= t.nfields && t.fields[sel - 1].type->kind != Kind::Null)
+                value(*t.fields[sel - 1].type, t.fields[sel - 1].byPointer ? *(const void* const*)up : up);
             return;
         }
         case Kind::List:
@@ -108,18 +102,16 @@ struct OpenTypeCheck {
 };
 
 struct Outcome {
-    int status = 0;
-    ASN1UINT consumed = 0;
+    int status;
+    ASN1UINT consumed;
     std::vector<uint8_t> encoded;
 };
 
 // Decodes as `type` on a context of its own, walks the value, encodes it back.
 Outcome roundTrip(const TypeInfo& type, const std::vector<uint8_t>& der, OpenTypeCheck* check) {
     bertest::Dec dec(testsupport::toHex(der.data(), der.size()));
-    Outcome o;
     void* value = rtMemHeapAllocZ(&dec.c.typeHeap, (int)type.size);
-    o.status = type.decode(&dec.c, value, ASN1EXPL, 0);
-    o.consumed = dec.c.bufIndex;
+    Outcome o{type.decode(&dec.c, value, ASN1EXPL, 0), dec.c.bufIndex, {}};
     if (o.status != 0) return o;
     if (check) check->value(type, value);
     int len = xe_setp(&dec.c, nullptr, 0);

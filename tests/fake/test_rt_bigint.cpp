@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace {
@@ -87,8 +88,7 @@ TEST_F(RtBigInt, SetStrRadixAndSignTable) {
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(std::string(c.text ? c.text : "(null)") + " radix " + std::to_string(c.radix));
-        rtBigIntFree(&ctxt, &value);
-        rtErrReset(&ctxt.errInfo);
+        rtBigIntFree(&ctxt, &value), rtErrReset(&ctxt.errInfo);
         const int st = rtBigIntSetStr(&ctxt, &value, c.text, c.radix);
         EXPECT_EQ(st, ctxt.errInfo.status);
         const char* sign = value.sign > 0 ? "+" : value.sign ? "-" : "0";
@@ -121,12 +121,10 @@ TEST_F(RtBigInt, StorageOfTheRecord) {
     uint8_t other[8] = {0x12};
     value = ASN1BigInt{1, other, 1, 8, 0};
     rtBigIntFree(&ctxt, &value);
-    EXPECT_EQ(other, value.mag);
-    value.mag = nullptr;
+    EXPECT_EQ(other, std::exchange(value.mag, nullptr));
     // Decimal sizing comes from the digits after the leading zeros.
     EXPECT_EQ(2, set("0000000000255", 10).capacity);  // ((3 * 3402 >> 10) + 8) / 8
-    EXPECT_EQ(16, set("99999999999999999999999999999999999999", 10).capacity);
-    EXPECT_EQ("4b3b4ca85a86c47a098a223fffffffff", mag(value));
+    EXPECT_EQ("1 16/16 1 4b3b4ca85a86c47a098a223fffffffff", state(set("99999999999999999999999999999999999999", 10)));
 }
 
 TEST_F(RtBigInt, DataLengthAndOctetsTable) {
@@ -138,13 +136,9 @@ TEST_F(RtBigInt, DataLengthAndOctetsTable) {
         // -0x800001 comes out one octet short, with the sign lost.
         {"-8388609", "7fffff"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(c.text);
-        EXPECT_EQ(c.octets, data(set(c.text)));
-    }
+    for (const auto& c : cases) EXPECT_EQ(c.octets, data(set(c.text))) << c.text;
     uint8_t out[3];
-    EXPECT_EQ(RT_E_TOO_LONG, rtBigIntGetData(&ctxt, &set("-32769"), out, 2));
-    EXPECT_EQ(RT_E_TOO_LONG, ctxt.errInfo.status);
+    EXPECT_EQ(2 * RT_E_TOO_LONG, rtBigIntGetData(&ctxt, &set("-32769"), out, 2) + ctxt.errInfo.status);
 }
 
 TEST_F(RtBigInt, ToStringTable) {
@@ -174,10 +168,8 @@ TEST_F(RtBigInt, ToStringTable) {
         {"5", 3, 0, "BAD_ARGUMENT recorded"}, {"5", 4, 0, "BAD_ARGUMENT recorded"},
         {"5", 12, 0, "BAD_ARGUMENT recorded"}, {"5", 36, 0, "BAD_ARGUMENT recorded"},
     };
-    for (const auto& c : cases) {
-        SCOPED_TRACE(std::string(c.text) + " radix " + std::to_string(c.radix) + " in " + std::to_string(c.capacity));
-        EXPECT_EQ(c.out, text(set(c.text), c.radix, c.capacity ? c.capacity : 4096));
-    }
+    for (const auto& c : cases)
+        EXPECT_EQ(c.out, text(set(c.text), c.radix, c.capacity ? c.capacity : 4096)) << c.text << " radix " << c.radix;
     // The digit count: 1 octet is 16384 / 3402 decimal digits, 8 octets 73728 / 3402.
     const auto digits = [&](const char* t, int radix) { return rtBigIntDigitsNum(&set(t), radix); };
     EXPECT_EQ((std::vector<int>{4, 4, 16, 5, 2, 21}),
@@ -197,8 +189,7 @@ TEST_F(RtBigInt, StrCompareTable) {
         {"", "0", 0},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(c.a.substr(0, 20) + " vs " + c.b.substr(0, 20));
-        EXPECT_EQ(c.result, rtBigIntStrCompare(&ctxt, c.a.c_str(), c.b.c_str()));
+        EXPECT_EQ(c.result, rtBigIntStrCompare(&ctxt, c.a.c_str(), c.b.c_str())) << c.a.substr(0, 20) << " vs " << c.b.substr(0, 20);
         EXPECT_EQ(c.a.empty() ? RT_E_BAD_VALUE : 0, ctxt.errInfo.status);
     }
 }
@@ -227,10 +218,9 @@ TEST_F(RtBigInt, IntegersOfRealCertificatesRoundTrip) {
     size_t checked = 0;
     for (const auto& path : testsupport::corpusFiles("cert")) {
         bertest::forEachPrimitive(testsupport::readFile(path), [&](ASN1TAG tag, const uint8_t* octets, size_t size) {
-            if (tag != ASN_ID_INT || size == 0 || size > 1024 || (octets[0] & 0x80))
-                return;
-            if (size > 1 && octets[0] == 0 && !(octets[1] & 0x80))
-                return;  // not minimal
+            if (tag != ASN_ID_INT || size == 0 || size > 1024 || (octets[0] & 0x80) ||
+                (size > 1 && octets[0] == 0 && !(octets[1] & 0x80)))
+                return;  // negative or not minimal
             const std::string hexText = lowerHex(octets, size);
             EXPECT_EQ(hexText, data(set(hexText, 16))) << path;
             EXPECT_EQ(hexText, text(value, 16)) << path;
