@@ -1,11 +1,10 @@
-// Shared by the runtime tests: a decode context over an exact-size copy of some hex (so that
-// ASan sees any read past the end), an encode context with its output as hex, and guards for
-// the platform's last error and the runtime's allocator.
+// Shared by the runtime tests: decode contexts over exact-size copies of hex (so that ASan sees any
+// read past the end), encode contexts with their output as hex, guards for the platform's last error
+// and the runtime's allocator, and the generic walk in a context of its own.
 #pragma once
 
 #include <algorithm>
 #include <cctype>
-#include <cstring>
 #include <functional>
 #include <memory>
 #include <string>
@@ -19,10 +18,9 @@ namespace bertest {
 
 class Dec {
 public:
-    explicit Dec(const std::string& hexText, ASN1USINT flags = 0)
+    explicit Dec(const std::string& hexText, ASN1USINT flags = 0) : m_size(testsupport::hex(hexText).size())
     {
-        std::vector<uint8_t> v = testsupport::hex(hexText);
-        m_size = v.size();
+        const std::vector<uint8_t> v = testsupport::hex(hexText);
         m_mem.reset(new uint8_t[std::max<size_t>(m_size, 1)]);
         std::copy(v.begin(), v.end(), m_mem.get());
         EXPECT_EQ(rtInitContext(&c, nullptr), 0);
@@ -32,13 +30,11 @@ public:
     ~Dec() { rtFreeContext(&c); }
     Dec(const Dec&) = delete;
     Dec& operator=(const Dec&) = delete;
-
     int recorded() const { return c.errInfo.status; }
     ASN1UINT at() const { return c.bufIndex; }
     const uint8_t* data() const { return m_mem.get(); }
     size_t size() const { return m_size; }
     bool constructed() const { return (c.flags & RT_FLAG_CONSTRUCTED) != 0; }
-
     ASN1CTXT c;
 
 private:
@@ -46,9 +42,9 @@ private:
     std::unique_ptr<uint8_t[]> m_mem;
 };
 
+// A dynamic buffer of `size` octets (16384 for 0), or a static one of that size.
 class Enc {
 public:
-    // A dynamic buffer of `size` octets (16384 for 0), or a static one of that size.
     explicit Enc(int size = 0, bool isStatic = false) : m_static(isStatic ? (size_t)size : 0, 0xA5)
     {
         EXPECT_EQ(rtInitContext(&c, nullptr), 0);
@@ -57,19 +53,15 @@ public:
     ~Enc() { rtFreeContext(&c); }
     Enc(const Enc&) = delete;
     Enc& operator=(const Enc&) = delete;
-
-    // What has been written so far.
     std::string out() const { return testsupport::toHex(xe_getp(const_cast<ASN1CTXT*>(&c)), used()); }
     ASN1UINT used() const { return c.bufSize - 1 - c.bufIndex; }
-
     ASN1CTXT c;
 
 private:
     std::vector<uint8_t> m_static;
 };
 
-// The runtime stands on the C library alone: whatever it does, the platform's thread
-// state (its last error) stays as it was.
+// The runtime stands on the C library alone: the platform's last error stays as it was.
 class LastErrorUntouched {
 public:
     LastErrorUntouched() { SetLastError(kMark); }
@@ -98,7 +90,6 @@ private:
     rtMallocFunc m_saved;
 };
 
-// A generic walk of the message in a context of its own, over an exact-size copy as in Dec.
 struct Walked : Dec {
     Walked(const std::string& hexText, asn1rt::BerWalkMode mode, asn1rt::BerWalkNode* slots = nullptr, ASN1UINT n = 0)
         : Dec(hexText), status(asn1rt::berWalk(&c, data(), (int)size(), walk, mode, slots, n)) {}
@@ -111,11 +102,10 @@ struct Walked : Dec {
     // All a walk leaves but its nodes: status, counts, form, and the context's cursor, saved state and flags.
     std::string state() const
     {
-        const ASN1UINT v[] = {(ASN1UINT)status, walk.count, walk.der, walk.consumed, walk.maxDepth, walk.segmented,
-                              c.bufIndex, c.savedState.index, c.savedState.flags, (ASN1UINT)c.savedState.bitOffset,
-                              c.flags, (ASN1UINT)c.errInfo.status};
         std::string s;
-        for (ASN1UINT x : v)
+        for (ASN1UINT x : {(ASN1UINT)status, walk.count, (ASN1UINT)walk.der, walk.consumed, walk.maxDepth, walk.segmented,
+                           c.bufIndex, c.savedState.index, (ASN1UINT)c.savedState.flags, (ASN1UINT)c.savedState.bitOffset,
+                           (ASN1UINT)c.flags, (ASN1UINT)c.errInfo.status})
             s += std::to_string((int)x) + " ";
         return s;
     }
@@ -123,10 +113,9 @@ struct Walked : Dec {
     int status;
 };
 
-// Each primitive element of a DER message by its tag word, also inside OCTET STRINGs that
-// hold DER, as the header walk finds them: values of real files for the text functions.
-inline void forEachPrimitive(const std::vector<uint8_t>& der,
-                             const std::function<void(ASN1TAG, const uint8_t*, size_t)>& visit)
+// Each primitive element of a DER message by its tag word, also inside OCTET STRINGs that hold DER, as
+// the header walk finds them: values of real files for the text functions.
+inline void forEachPrimitive(const std::vector<uint8_t>& der, const std::function<void(ASN1TAG, const uint8_t*, size_t)>& visit)
 {
     Walked w(testsupport::toHex(der.data(), der.size()), asn1rt::kWalkStructure);
     for (ASN1UINT k = 0; w.status == 0 && w.walk.der && w.walk.consumed == der.size() && k < w.walk.count; ++k) {
@@ -138,21 +127,17 @@ inline void forEachPrimitive(const std::vector<uint8_t>& der,
     }
 }
 
-// Two walks that saw the same elements: each node's header, place and last child.
+// Two walks that saw the same elements: each node's header, place, last child and depth.
 inline ::testing::AssertionResult sameNodes(const asn1rt::BerWalk& a, const asn1rt::BerWalk& b)
 {
-    if (a.count != b.count)
-        return ::testing::AssertionFailure() << a.count << " nodes against " << b.count;
-    for (ASN1UINT k = 0; k < a.count; ++k) {
+    for (ASN1UINT k = 0; a.count == b.count && k < a.count; ++k) {
         const asn1rt::BerWalkNode &x = a.nodes[k], &y = b.nodes[k];
-        if (x.tag != y.tag || x.length != y.length || x.offset != y.offset || x.lastChild != y.lastChild ||
-            x.depth != y.depth)
+        if (x.tag != y.tag || x.length != y.length || x.offset != y.offset || x.lastChild != y.lastChild || x.depth != y.depth)
             return ::testing::AssertionFailure() << "node " << k << " differs";
     }
-    return ::testing::AssertionSuccess();
+    return a.count == b.count ? ::testing::AssertionSuccess() : ::testing::AssertionFailure() << a.count << " against " << b.count;
 }
 
-// A status by its name, as the tables write it.
 inline std::string statusName(int st)
 {
     static const std::pair<int, const char*> names[] = {
@@ -160,20 +145,12 @@ inline std::string statusName(int st)
         {RT_E_BAD_OBJID, "BAD_OBJID"}, {RT_E_BAD_LENGTH, "BAD_LENGTH"}, {RT_E_NO_MEMORY, "NO_MEMORY"},
         {RT_E_TOO_LONG, "TOO_LONG"}, {RT_E_BAD_VALUE, "BAD_VALUE"}, {RT_E_BAD_TAG, "BAD_TAG"},
         {RT_E_BAD_ARGUMENT, "BAD_ARGUMENT"}, {RT_E_INT_TOO_BIG, "INT_TOO_BIG"}};
-    for (const auto& n : names)
-        if (n.first == st)
-            return n.second;
-    return std::to_string(st);
+    const auto* n = std::find_if(std::begin(names), std::end(names), [st](const auto& p) { return p.first == st; });
+    return n != std::end(names) ? n->second : std::to_string(st);
 }
 
-// The hex form toHex gives: upper case, no spaces.
-inline std::string norm(const std::string& h)
-{
-    std::vector<uint8_t> v = testsupport::hex(h);
-    return testsupport::toHex(v.data(), v.size());
-}
-
-// Lower case, as the runtime writes its own hex texts.
+// The hex form toHex gives (upper case, no spaces), and the lower case the runtime's own texts use.
+inline std::string norm(const std::string& h) { return testsupport::toHex(testsupport::hex(h).data(), testsupport::hex(h).size()); }
 inline std::string lowerHex(const uint8_t* p, size_t n)
 {
     std::string s = testsupport::toHex(p, n);
