@@ -158,6 +158,17 @@ TEST(CatalogueShapes, EncoderChecks) {
                                 asn1E_Reason(&enc.c, &reason, ASN1EXPL), asn1E_Tagged(&enc.c, &tagged, ASN1IMPL),
                                 asn1E_Tagged(&enc.c, &tagged, ASN1EXPL)}));
     EXPECT_EQ(enc.c.errInfo.status, RT_E_BAD_CHOICE) << "the first failure stays recorded";
+    // A record built by hand with an unknown identifier writes its raw octets (a known one must
+    // hold its value decoded: the open-type form hands null to the object's encoder).
+    const uint8_t raw[] = {0x02, 0x01, 0x05};
+    ASN1T_Holder holder;
+    holder.id = asn1data::makeOid({1, 2, 9});
+    holder.m.valuePresent = 1;
+    holder.value.numocts = 3;
+    holder.value.data = raw;
+    bertest::Enc out;
+    EXPECT_EQ(asn1E_Holder(&out.c, &holder, ASN1EXPL), 9);
+    EXPECT_EQ(out.out(), "300706022A09020105");
 }
 
 // Copies hold all their memory on the destination context; the control classes tie a

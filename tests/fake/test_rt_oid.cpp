@@ -137,7 +137,8 @@ TEST(RtOidValue, ClassFormsCopyOnlyTheCountedArcs) {
     EXPECT_TRUE(target == gost && ASN1TObjId(gost) == makeOid({1, 2, 643, 2, 2}));
 
     const long long arcs64[] = {2, 25, 0x1234567890LL, -1};
-    ASN1TObjId64 copy(ASN1TObjId64(4, arcs64));
+    const ASN1TObjId64 v(4, arcs64);
+    ASN1TObjId64 copy(v);
     EXPECT_EQ((std::vector<long long>{4, 2, 25, 0x1234567890LL, -1}),
               (std::vector<long long>{copy.numids, copy.subid[0], copy.subid[1], copy.subid[2], copy.subid[3]}));
     const ASN1OID64 plain{1, {5}};
