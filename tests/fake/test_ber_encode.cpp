@@ -44,12 +44,11 @@ TEST(BerEncodeHeader, LengthsTagsAndIdentifiers)
 {
     // 'L' xe_len, 'T' xe_tag, 'I' xe_identifier; each returns the octets it wrote.
     const struct { char fn; long long value; const char* out; } cases[] = {
-        {'L', 0, "00"}, {'L', 127, "7f"}, {'L', 128, "8180"}, {'L', 255, "81ff"}, {'L', 256, "820100"},
-        {'L', 65536, "83010000"}, {'L', INT_MAX, "847fffffff"}, {'L', kIndef, "80"}, {'L', -5, ""},
-        {'T', 0x02, "02"}, {'T', 0x20000010, "30"}, {'T', 0xa0000002, "a2"}, {'T', 0x80000000, "80"},
-        {'T', 0x40000001, "41"}, {'T', 0x1e, "1e"}, {'T', 0x1f, "1f1f"}, {'T', 0x9f, "1f811f"},  // class bits clear
-        {'T', 0xa0000080, "bf8100"}, {'T', 0xe000007f, "ff7f"}, {'T', 0x1fffffff, "1f81ffffff7f"},
-        {'I', 0, "00"}, {'I', 127, "7f"}, {'I', 128, "8100"}, {'I', 113549, "86f70d"}, {'I', 0xffffffff, "8fffffff7f"},
+        {'L', 0, "00"}, {'L', 127, "7f"}, {'L', 128, "8180"}, {'L', 256, "820100"}, {'L', INT_MAX, "847fffffff"},
+        {'L', kIndef, "80"}, {'L', -5, ""}, {'T', 0x20000010, "30"}, {'T', 0xa0000002, "a2"}, {'T', 0x1e, "1e"},
+        {'T', 0x1f, "1f1f"}, {'T', 0x9f, "1f811f"},  // class bits clear
+        {'T', 0xa0000080, "bf8100"}, {'T', 0xe000007f, "ff7f"}, {'T', 0x1fffffff, "1f81ffffff7f"}, {'I', 0, "00"},
+        {'I', 128, "8100"}, {'I', 113549, "86f70d"}, {'I', 0xffffffff, "8fffffff7f"},
     };
     for (const auto& t : cases) {
         SCOPED_TRACE(std::string(1, t.fn) + std::to_string(t.value));
@@ -73,38 +72,36 @@ TEST(BerEncodeValue, WrittenAndReadBack)
     // The text of each value, as its reader gives it back unless `back` is false; tagging 0 writes the
     // content alone. A string's tag is the first octet's.
     const struct { Kind kind; const char* value; const char* out; int tagging = 1; bool back = true; } rows[] = {
-        {kInt, "0", "020100"}, {kInt, "127", "02017f"}, {kInt, "128", "02020080"}, {kInt, "256", "02020100"},
-        {kInt, "-1", "0201ff"}, {kInt, "-128", "020180"}, {kInt, "-129", "0202ff7f"}, {kInt, "2147483647", "02047fffffff"},
-        {kInt, "-2147483648", "020480000000"}, {kInt, "-255", "ff01", 0}, {kInt, "128", "0080", 0},
-        {kUnsigned, "0", "020100"}, {kUnsigned, "127", "02017f"}, {kUnsigned, "128", "02020080"},
-        {kUnsigned, "4294967295", "020500ffffffff"}, {kUnsigned, "32769", "008001", 0}, {kUint16, "5", "020105"},
-        {kUint16, "128", "02020080"}, {kUint16, "4660", "02021234"}, {kUint16, "65535", "020300ffff"},
-        {kEnum, "3", "0a0103"}, {kEnum, "-1", "0a01ff"}, {kEnum, "-1", "ff", 0}, {kBool, "255", "0101ff"},
-        {kBool, "0", "010100"}, {kBool, "255", "ff", 0}, {kBool, "5", "0101ff", 1, false},  // non-zero written as FF
+        {kInt, "0", "020100"}, {kInt, "127", "02017f"}, {kInt, "128", "02020080"}, {kInt, "-128", "020180"},
+        {kInt, "-129", "0202ff7f"}, {kInt, "2147483647", "02047fffffff"}, {kInt, "-2147483648", "020480000000"},
+        {kInt, "128", "0080", 0}, {kUnsigned, "128", "02020080"}, {kUnsigned, "4294967295", "020500ffffffff"},
+        {kUnsigned, "32769", "008001", 0}, {kUint16, "128", "02020080"}, {kUint16, "4660", "02021234"},
+        {kUint16, "65535", "020300ffff"}, {kEnum, "3", "0a0103"}, {kEnum, "-1", "ff", 0}, {kBool, "255", "0101ff"},
+        {kBool, "0", "010100"}, {kBool, "5", "0101ff", 1, false},  // non-zero written as FF
         {kNull, "", "0500"}, {kNull, "", "", 0},
         // Big integers: the reader's hex text goes back the direct way, any other through a big integer record.
-        {kBigInt, "0x0", "020100"}, {kBigInt, "0x7f", "02017f"}, {kBigInt, "0x80", "020180"}, {kBigInt, "0xff", "0201ff"},
-        {kBigInt, "0x080", "02020080"}, {kBigInt, "0xff7f", "0202ff7f"}, {kBigInt, "0x0123456789", "02050123456789"},
-        {kBigInt, "0x80000000000000ff", "020880000000000000ff"}, {kBigInt, "0x0ffffffffffffffff", "020900ffffffffffffffff"},
-        {kBigInt, "0x0abababababababab", "020900abababababababab"}, {kBigInt, "0", "020100", 1, false},
+        {kBigInt, "0x0", "020100"}, {kBigInt, "0x80", "020180"}, {kBigInt, "0xff", "0201ff"},
+        {kBigInt, "0xff7f", "0202ff7f"}, {kBigInt, "0x0123456789", "02050123456789"},
+        {kBigInt, "0x80000000000000ff", "020880000000000000ff"},
+        {kBigInt, "0x0ffffffffffffffff", "020900ffffffffffffffff"}, {kBigInt, "0", "020100", 1, false},
         {kBigInt, "0x00ff", "020200ff", 1, false}, {kBigInt, "0xffff", "0201ff", 1, false},
         {kBigInt, "0x123", "02020123", 1, false}, {kBigInt, "0xAbCd", "0202abcd", 1, false},  // partial top octet
-        {kBigInt, "0b101", "020105", 1, false}, {kBigInt, "0b10000000", "020180", 1, false},
-        {kBigInt, "0b010000000", "02020080", 1, false}, {kBigInt, "255", "020200ff", 1, false},
-        {kBigInt, "-129", "0202ff7f", 1, false}, {kBigInt, "12345678901234567890", "020900ab54a98ceb1f0ad2", 1, false},
+        {kBigInt, "0b101", "020105", 1, false}, {kBigInt, "0b010000000", "02020080", 1, false},
+        {kBigInt, "255", "020200ff", 1, false}, {kBigInt, "-129", "0202ff7f", 1, false},
+        {kBigInt, "12345678901234567890", "020900ab54a98ceb1f0ad2", 1, false},
         {kObjId, "1.2.840.113549", "06062a864886f70d"}, {kObjId, "2.999", "06028837"}, {kObjId, "2.40", "060178"},
-        {kObjId, "2.0", "060150"}, {kObjId, "0.39", "060127"}, {kObjId, "1.2.4294967295", "06062a8fffffff7f"},
+        {kObjId, "0.39", "060127"}, {kObjId, "1.2.4294967295", "06062a8fffffff7f"},
         {kObjId, "2.4294967295", "06014f", 1, false},  // 2 * 40 + second arc, in 32 bits
         {kOctets, "616263", "0403616263"}, {kOctets, "", "0400"}, {kOctets, "616263", "616263", 0},
-        {kBits, "9:FF80", "030307ff80"}, {kBits, "16:ABCD", "030300abcd"}, {kBits, "0:", "030100"},
-        {kBits, "1:80", "03020780"}, {kBits, "1:FF", "030207ff"},  // unused bits as they stand
-        {kChars, "AB", "13024142"}, {kChars, "\xc3\xa9x", "0c03c3a978"}, {kChars, "a.b", "1603612e62"},
+        {kBits, "9:FF80", "030307ff80"}, {kBits, "0:", "030100"}, {kBits, "1:80", "03020780"},
+        {kBits, "1:FF", "030207ff"},  // unused bits as they stand
+        {kChars, "AB", "13024142"}, {kChars, "\xc3\xa9x", "0c03c3a978"},
         {kChars, "250101000000Z", "170d3235303130313030303030305a"}, {kChars, "\xe9", "1401e9"},
-        {kChars, "20250101000000Z", "180f32303235303130313030303030305a"}, {kChars, "A", "1a0141"},
-        {kChars, "12", "12023132"}, {kChars, "", "0c00"}, {kChars, "AB", "4142", 0},
-        {kBmp, "41 43f", "1e040041043f"}, {kBmp, "", "1e00"}, {kBmp, "", "", 0}, {kUcs, "1f600 41", "1c080001f60000000041"},
-        {kOpen, "3003020105", "3003020105"}, {kOpen, "0500", "0500"}, {kOpen, "30800201050000", "30800201050000"},
-        {kOpen, "3003020105 0500", "3003020105", 1, false}, {kOpen, "3080020105 0000 ffff", "30800201050000", 1, false},
+        {kChars, "20250101000000Z", "180f32303235303130313030303030305a"}, {kChars, "", "0c00"},
+        {kChars, "AB", "4142", 0}, {kBmp, "41 43f", "1e040041043f"}, {kBmp, "", "1e00"},
+        {kUcs, "1f600 41", "1c080001f60000000041"}, {kOpen, "3003020105", "3003020105"},
+        {kOpen, "30800201050000", "30800201050000"}, {kOpen, "3003020105 0500", "3003020105", 1, false},
+        {kOpen, "3080020105 0000 ffff", "30800201050000", 1, false},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(std::string(r.value) + " as " + r.out);
@@ -128,10 +125,10 @@ TEST(BerEncodeValue, Refusals)
     // Big integer texts are recorded, the rest are not: end-of-contents, an outer length past the
     // count, an indefinite one with no end.
     const struct { Kind kind; const char* value; const char* outcome; } rows[] = {
-        {kBigInt, "", "BAD_VALUE recorded"}, {kBigInt, "0xg1", "BAD_VALUE recorded"}, {kBigInt, "0x1g", "BAD_VALUE recorded"},
+        {kBigInt, "", "BAD_VALUE recorded"}, {kBigInt, "0xg1", "BAD_VALUE recorded"},
         {kBigInt, "0b12", "BAD_VALUE recorded"}, {kObjId, "1", "BAD_OBJID"}, {kObjId, "3.1", "BAD_OBJID"},
-        {kObjId, "1.40", "BAD_OBJID"}, {kObjId, "0.40", "BAD_OBJID"}, {kOpen, "0000", "BAD_VALUE"},
-        {kOpen, "30050201", "BAD_LENGTH"}, {kOpen, "3080020105", "END_OF_BUFFER"},
+        {kObjId, "1.40", "BAD_OBJID"}, {kOpen, "0000", "BAD_VALUE"}, {kOpen, "30050201", "BAD_LENGTH"},
+        {kOpen, "3080020105", "END_OF_BUFFER"},
     };
     for (const auto& r : rows) {
         Enc e;
@@ -304,8 +301,8 @@ TEST(BerEncodeSetOf, DerOrder)
 {
     // A value's own prefix comes first; equal values stay as they are.
     const struct { std::vector<std::string> written; const char* out; } cases[] = {
-        {{"020105", "020103"}, "020103020105"}, {{"020103", "020105"}, "020103020105"}, {{"aabb", "aa"}, "aaaabb"},
-        {{"aa", "aabb"}, "aaaabb"}, {{"0403616263", "04026162", "0403616262"}, "04026162 0403616262 0403616263"},
+        {{"020105", "020103"}, "020103020105"}, {{"aabb", "aa"}, "aaaabb"},
+        {{"0403616263", "04026162", "0403616262"}, "04026162 0403616262 0403616263"},
         {{"0500", "0500", "0101ff"}, "0101ff 0500 0500"}, {{}, ""}, {{"3100"}, "3100"},
     };
     for (const auto& c : cases)
