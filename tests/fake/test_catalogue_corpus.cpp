@@ -6,8 +6,6 @@
 #include "asn1data/catalogue.h"
 #include "ber_test_util.h"
 
-#include <gtest/gtest.h>
-
 #include <cstring>
 #include <map>
 

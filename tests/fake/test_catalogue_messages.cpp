@@ -3,9 +3,6 @@
 #include "asn1data/catalogue.h"
 #include "ber_test_util.h"
 
-#include <gtest/gtest.h>
-
-#include <cctype>
 #include <cstdio>
 
 using namespace asn1data;
@@ -104,7 +101,8 @@ TEST(CatalogueTypes, Quirks) {
         {"PBKDF2_params", tlv("30", octets(8) + "020100"), RT_E_CONSTRAINT}, {"AES_IV", octets(16), 0},
         {"AES_IV", octets(15), RT_E_CONSTRAINT},
         // Time stamps and DVCS: tsa is a whole GeneralName inside its [0]; DVCS version 1 is the default, left out.
-        {"ServiceType", "0a0100", RT_E_BAD_ENUM}, {"ServiceType", "0a0105", RT_E_BAD_ENUM},
+        {"ServiceType", "0a0100", RT_E_BAD_ENUM}, {"ServiceType", "0a0101", 0}, {"ServiceType", "0a0104", 0},
+        {"ServiceType", "0a0105", RT_E_BAD_ENUM},
         {"TSTInfo", tlv("30", "020101" "06032a0304" + tlv("30", kAlg + octets(20)) + "020101" + kTime + "a0038201" "61"), 0},
         {"DVCSRequestInformation", tlv("30", "0201010a0101"), 0, tlv("30", "0a0101")},
         {"DVCSRequestInformation", tlv("30", "0201020a0101"), 0},
@@ -167,12 +165,8 @@ TEST(CatalogueTypes, SelectorsAndOpenTypes) {
 // Defaults: DVCS version "1" is put in as text, PKIAudit.flag DEFAULT TRUE is preset to 1 and
 // written only when not 1, and BasicConstraints' cA is cleared whatever the record held.
 TEST(CatalogueTypes, Defaults) {
-    for (char service = '1'; service <= '4'; ++service) {
-        const std::string request = tlv("30", tlv("30", std::string("0a010") + service + "020107") + "040568656c6c6f");
-        Decoded d("DVCSRequest", request);
-        EXPECT_STREQ(d.as<ASN1T_DVCSRequest>().requestInformation.version, "1");
-        EXPECT_EQ(d.reencoded(), request) << service;
-    }
+    Decoded dvcs("DVCSRequest", "300e30060a0104020107040568656c6c6f");
+    EXPECT_STREQ(dvcs.as<ASN1T_DVCSRequest>().requestInformation.version, "1");
     Decoded audit("PKIAudit", "30090a0101020102020103");
     EXPECT_EQ(audit.as<ASN1T_PKIAudit>().flag, 1);
     audit.as<ASN1T_PKIAudit>().flag = 0;
@@ -188,20 +182,14 @@ TEST(CatalogueTypes, Defaults) {
 // constants of the tables and the one filled at start-up; each set holds its class's objects.
 TEST(CatalogueTypes, TheCatalogueIsComplete) {
     const TypeRegistry& reg = typeRegistry();
-    EXPECT_GE(reg.ntypes, 490u);
-    EXPECT_LE(reg.ntypes, 510u);
-    EXPECT_EQ((std::vector<unsigned>{145, 347}), (std::vector<unsigned>{reg.nobjects, reg.noids}));
-    unsigned inSets = 0, withValue = 0;
-    for (unsigned i = 0; i < reg.nobjects; ++i) {
-        inSets += reg.objects[i].set != nullptr;
-        withValue += reg.objects[i].value != nullptr;
-    }
-    EXPECT_EQ(inSets, 35u + 44u + 20u + 6u + 8u + 17u + 2u + 1u);
-    EXPECT_EQ(withValue, 144u) << "all but dsaSHA_1";
-    EXPECT_EQ((std::vector<ASN1UINT>{35, 44, 20, 17, 0}),
-              (std::vector<ASN1UINT>{ExtensionSet::instance(nullptr)->mCount, SupportedAttributes::instance(nullptr)->mCount,
-                                   SupportedAlgorithms::instance(nullptr)->mCount, SupportedInfos::instance(nullptr)->mCount,
-                                   SupportedSigPolicyQualifiers::instance(nullptr)->mCount}));
+    EXPECT_TRUE(reg.ntypes >= 490u && reg.ntypes <= 510u) << reg.ntypes;
+    unsigned inSets = 0, withValue = 0;  // all objects have a value type but dsaSHA_1
+    for (const ObjectInfo* o = reg.objects; o < reg.objects + reg.nobjects; ++o)
+        inSets += o->set != nullptr, withValue += o->value != nullptr;
+    EXPECT_EQ((std::vector<ASN1UINT>{145, 347, 35 + 44 + 20 + 6 + 8 + 17 + 2 + 1, 144, 35, 44, 20, 17, 0}),
+              (std::vector<ASN1UINT>{reg.nobjects, reg.noids, inSets, withValue, ExtensionSet::instance(nullptr)->mCount,
+                                     SupportedAttributes::instance(nullptr)->mCount, SupportedAlgorithms::instance(nullptr)->mCount,
+                                     SupportedInfos::instance(nullptr)->mCount, SupportedSigPolicyQualifiers::instance(nullptr)->mCount}));
     EXPECT_TRUE(id_Quorvane_algorithms == id_Quorvane);
     EXPECT_FALSE(makeOid({2, 5, 29, 30}) == id_ce_nameConstraint);
 }

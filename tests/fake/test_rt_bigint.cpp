@@ -3,12 +3,9 @@
 #include "asn1rt/bigint.h"
 #include "asn1rt/context.h"
 #include "ber_test_util.h"
-#include "support/testsupport.h"
 
 #include <cstring>
-#include <string>
 #include <utility>
-#include <vector>
 
 namespace {
 

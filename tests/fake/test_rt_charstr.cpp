@@ -4,13 +4,9 @@
 #include "asn1rt/context.h"
 #include "asn1rt/lists.h"
 #include "ber_test_util.h"
-#include "support/testsupport.h"
 
-#include <algorithm>
 #include <cctype>
 #include <cstring>
-#include <string>
-#include <vector>
 
 namespace {
 
@@ -155,8 +151,6 @@ TEST_F(RtCharStr, ConversionsTo32BitCharacters) {
         EXPECT_TRUE(c.want == text) << c.capacity;
     }
 }
-
-// ---- UTF-8 -----------------------------------------------------------------------------
 
 TEST(RtUTF8Char, SizeEncodingAndDecoding) {
     const struct { uint32_t c; const char* octets; } cases[] = {

@@ -2,12 +2,9 @@
 // class forms.
 #include "asn1rt/oid.h"
 #include "ber_test_util.h"
-#include "support/testsupport.h"
 
 #include <cstring>
 #include <set>
-#include <string>
-#include <vector>
 
 namespace {
 
