@@ -120,14 +120,13 @@ Bytes reversed(const CRYPT_INTEGER_BLOB& b) {
 // certificate (its signer, in these files) goes to `signer`.
 void readOcsp(const std::string& path, std::vector<Id>& ids, Bytes* signer) {
     const Bytes der = readFile(path);
-    gnutls_datum_t in = {const_cast<unsigned char*>(der.data()), static_cast<unsigned>(der.size())};
+    gnutls_datum_t in = {const_cast<unsigned char*>(der.data()), static_cast<unsigned>(der.size())}, n{}, k{}, s{};
     gnutls_ocsp_req_t req;
     gnutls_ocsp_resp_t resp;
     gnutls_ocsp_req_init(&req);
     gnutls_ocsp_resp_init(&resp);
     ASSERT_GE(signer ? gnutls_ocsp_resp_import(resp, &in) : gnutls_ocsp_req_import(req, &in), 0) << path;
     gnutls_digest_algorithm_t digest;
-    gnutls_datum_t n{}, k{}, s{};
     unsigned status, reason;
     time_t t1, t2, t3;
     for (unsigned i = 0; (signer ? gnutls_ocsp_resp_get_single(resp, i, &digest, &n, &k, &s, &status, &t1, &t2, &t3,
@@ -142,11 +141,8 @@ void readOcsp(const std::string& path, std::vector<Id>& ids, Bytes* signer) {
     gnutls_x509_crt_t* list = nullptr;
     size_t count = 0;
     if (signer && gnutls_ocsp_resp_get_certs(resp, &list, &count) >= 0) {
-        gnutls_datum_t out;
-        if (count > 0 && gnutls_x509_crt_export2(list[0], GNUTLS_X509_FMT_DER, &out) >= 0) {
-            *signer = bytesOf(out.data, out.size);
-            gnutls_free(out.data);
-        }
+        if (count > 0 && gnutls_x509_crt_export2(list[0], GNUTLS_X509_FMT_DER, &n) >= 0)
+            *signer = bytesOf(n.data, n.size), gnutls_free(n.data);
         for (size_t i = 0; i < count; ++i)
             gnutls_x509_crt_deinit(list[i]);
         gnutls_free(list);
