@@ -41,7 +41,10 @@ TEST(BerDecodeHeader, LengthsTagsAndMessages)
     // without a length out; 'S' xd_setp over the message and 'U' of size unknown: the outer length and
     // the buffer's size after (trailing octets stay outside); 'C' xd_consStrIndefLenAndSize behind the
     // header (content and span); 'I' xd_indeflen_ex over the message and 'i' up to octet 9.
-    const struct { char op; std::string in; const char* outcome; ASN1USINT flags = 0; } rows[] = {
+    const int seek = RT_MATCH_SEEK, adv = RT_MATCH_ADVANCE, skip = RT_MATCH_SKIP_FIRST;
+    const std::string bad = "020105 1f" + rep("80", 9) + "01";
+    struct Row { char op; std::string in; const char* outcome; ASN1USINT flags = 0; ASN1TAG tag = 0; int mode = 0; ASN1UINT start = 0; };
+    const Row rows[] = {
         {'L', "05", "5 at 1"}, {'L', "7f", "127 at 1"}, {'L', "80", "-9999 at 1"}, {'L', "84ffffd8f1", "-9999 at 5"},
         {'L', "8180" + rep("00", 128), "128 at 2"}, {'L', "8105", "BAD_LENGTH recorded at 2"},
         {'L', "8105", "5 at 2", kUnchecked}, {'L', "850000000001", "BAD_LENGTH recorded at 1"},
@@ -65,6 +68,16 @@ TEST(BerDecodeHeader, LengthsTagsAndMessages)
         {'I', "3080 020105 3080 0000 0000 ffff", "11 at 0"}, {'I', "30800000", "0 at 0"},
         {'I', "3003020105", "-5 at 0"}, {'I', "3080 020105 00", "-2 at 0"},
         {'i', "3080 020105 3080 0000 0000", "-2 at 0"},
+        // 'M' xd_match in kSeq from `start` ('m' without a length out): the form bit does not count, running
+        // off the end is not found (-3, not -2); skipping the first element enters a constructed one and
+        // steps over a primitive one. 'N' xd_count over `mode` octets consumes nothing, a failing step
+        // returns at once; 'E' xd_MovePastEOC from `start`.
+        {'M', kSeq, "10 at 0", 0, 0x10}, {'m', kSeq, "at 2", 0, 0x20000010, adv}, {'M', kSeq, "TAG_MISMATCH at 0", 0, 2},
+        {'M', kSeq, "3 at 9", 0, 4, seek | adv}, {'M', kSeq, "TAG_MISMATCH at 0", 0, 5, seek}, {'M', kSeq, "1 at 2", 0, 2, seek | skip},
+        {'M', kSeq, "5 at 5", 0, 0xa0000001, seek | skip, 2}, {'M', kSeq, "TAG_MISMATCH at 5", 0, 2, seek | skip, 2},
+        {'M', kSeq, "TAG_MISMATCH at 12", 0, 2, skip, 12}, {'N', kFour, "4 at 0", 0, 0, 11}, {'N', kFour, "2 at 0", 0, 0, 5},
+        {'N', std::string(kFour) + "0000 ff", "4 at 0", 0, 0, kIndef}, {'N', bad, "BAD_TAG at 13", 0, 0, 30},
+        {'E', "3080 3080 0000 020105 0000 ff", "at 11", 0, 0, 0, 2}, {'E', "3080 3080 0000 020105", "END_OF_BUFFER at 9", 0, 0, 0, 2},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(r.in.substr(0, 12));
@@ -78,11 +91,14 @@ TEST(BerDecodeHeader, LengthsTagsAndMessages)
         case '1': case 'n': st = xd_match1(&d.c, r.in.substr(0, 2) == "04" || r.in == "2480" ? 0x04 : 0x30, r.op == 'n' ? nullptr : &len); break;
         case 'S': case 'U': st = xd_setp(&d.c, d.data(), r.op == 'S' ? (int)d.size() : 0, &tag, &len); span = (int)d.c.bufSize; break;
         case 'C': d.c.bufIndex = 2, st = xd_consStrIndefLenAndSize(&d.c, 4, &len, &span); break;
+        case 'M': case 'm': d.c.bufIndex = r.start, st = xd_match(&d.c, r.tag, r.op == 'm' ? nullptr : &len, r.mode); break;
+        case 'N': st = xd_count(&d.c, r.mode, &len); break;
+        case 'E': d.c.bufIndex = r.start, st = xd_MovePastEOC(&d.c); break;
         default: len = xd_indeflen_ex(d.data(), r.op == 'i' ? 9 : (int)d.size());
         }
         std::snprintf(text, sizeof text, tag ? "%x %d" : "%.0x%d", (unsigned)tag, len);
         const std::string v = text + (span >= 0 ? " " + std::to_string(span) : "") + (d.c.flags & RT_FLAG_INDEF_TOP ? " top" : "");
-        EXPECT_EQ(outcome(d, st, st || r.op == 'n' ? "" : v) + (r.op == 'T' || r.op == '1' ? cons(d) : ""), r.outcome);
+        EXPECT_EQ(outcome(d, st, st || r.op == 'n' || r.op == 'm' || r.op == 'E' ? "" : v) + (r.op == 'T' || r.op == '1' ? cons(d) : ""), r.outcome);
         EXPECT_TRUE(r.op != 'S' || !(d.c.flags & RT_FLAG_LAST_EOC)) << "an attached message ends no element";
         if (r.op != 'T')
             continue;
@@ -107,48 +123,14 @@ TEST(BerDecodeHeader, LengthsTagsAndMessages)
     EXPECT_EQ(outcome(a, 0, std::to_string(len)) + cons(a), "3 at 2 cons");
 }
 
-TEST(BerDecodeHeader, Matching)
+TEST(BerDecodeNavigation, NextElementSavedStateAndCopies)
 {
-    const int seek = RT_MATCH_SEEK, adv = RT_MATCH_ADVANCE, skip = RT_MATCH_SKIP_FIRST;
-    // In kSeq; the form bit does not count. Running off the end is not found (-3), not -2. Skipping the
-    // first element enters a constructed one and steps over a primitive one.
-    const struct { ASN1UINT start; ASN1TAG tag; int mode; const char* outcome; } rows[] = {
-        {0, 0x10, 0, "10 at 0"}, {0, 0x20000010, adv, "10 at 2"}, {0, 2, 0, "TAG_MISMATCH at 0"},
-        {0, 4, seek | adv, "3 at 9"}, {0, 5, seek, "TAG_MISMATCH at 0"}, {0, 2, seek | skip, "1 at 2"},
-        {2, 0xa0000001, seek | skip, "5 at 5"}, {2, 2, seek | skip, "TAG_MISMATCH at 5"},
-        {12, 2, skip, "TAG_MISMATCH at 12"},
-    };
-    for (const auto& r : rows) {
-        SCOPED_TRACE(std::to_string(r.start) + " " + std::to_string(r.tag) + " " + std::to_string(r.mode));
-        Dec d(kSeq);
-        d.c.bufIndex = r.start;
-        int len = -1;
-        const int st = xd_match(&d.c, r.tag, &len, r.mode);
-        EXPECT_EQ(outcome(d, st, st ? "" : std::to_string(len)), r.outcome);
-    }
-    Dec d(kSeq);
-    EXPECT_EQ(xd_match(&d.c, 0x20000010, nullptr, adv), 0) << "length out may be null";
-}
-
-TEST(BerDecodeNavigation, CountsSkipsAndSavedState)
-{
-    Dec d(kFour), i(std::string(kFour) + "0000 ff"), bad("020105 1f" + rep("80", 9) + "01");
-    int n[4] = {-1, -1, -1, -1};
-    EXPECT_EQ(xd_count(&d.c, 11, &n[0]) + xd_count(&d.c, 5, &n[1]) + xd_count(&i.c, kIndef, &n[2]), 0);
-    EXPECT_EQ(xd_count(&bad.c, 30, &n[3]), RT_E_BAD_TAG) << "a failing step returns at once";
-    EXPECT_EQ(std::vector<int>(n, n + 4), (std::vector<int>{4, 2, 4, -1}));
-    EXPECT_EQ((std::vector<ASN1UINT>{d.at(), i.at(), bad.at()}), (std::vector<ASN1UINT>{0, 0, 13}));
     // An indefinite element is left behind its end-of-contents.
+    Dec d(kFour);
     std::vector<ASN1UINT> stops;
     while (xd_NextElement(&d.c) == 0)
         stops.push_back(d.at());
     EXPECT_EQ(stops, (std::vector<ASN1UINT>{3, 5, 9, 11}));
-    Dec e("3080 3080 0000 020105 0000 ff"), f("3080 3080 0000 020105");
-    e.c.bufIndex = f.c.bufIndex = 2;
-    EXPECT_EQ(xd_MovePastEOC(&e.c), 0);
-    EXPECT_EQ(e.at(), 11u);
-    EXPECT_EQ(xd_MovePastEOC(&f.c), RT_E_END_OF_BUFFER);
-
     // A saved state comes back without the end-of-contents flag; a null slot is the context's own.
     Dec s(kFour, RT_FLAG_LAST_EOC | kCons);
     RtBufferState slot;
@@ -312,23 +294,18 @@ TEST(BerDecodeDepth, HundredThousandIndefiniteLevels)
 {
     bertest::LastErrorUntouched platformState;
     const int levels = 100000;
-    std::vector<uint8_t> msg;
-    for (int i = 0; i < levels; ++i)
-        msg.insert(msg.end(), {0x30, 0x80});
-    msg.insert(msg.end(), {0x05, 0x00});
-    msg.resize(msg.size() + 2 * levels, 0x00);
-    EXPECT_EQ(xd_indeflen_ex(msg.data(), (int)msg.size()), (int)msg.size());
-    Dec d("");
-    ASSERT_EQ(xd_setp(&d.c, msg.data(), (int)msg.size(), nullptr, nullptr), 0);
+    Dec d(rep("3080", levels) + "0500" + rep("0000", levels));
+    EXPECT_EQ(xd_indeflen_ex(d.data(), (int)d.size()), (int)d.size());
+    ASSERT_EQ(xd_setp(&d.c, d.data(), (int)d.size(), nullptr, nullptr), 0);
     EXPECT_EQ(xd_NextElement(&d.c), 0);
-    EXPECT_EQ(d.at(), msg.size());
+    EXPECT_EQ(d.at(), d.size());
     // Values and headers only: the same elements, the same way back.
     int len = 0;
     for (asn1rt::BerWalkMode mode : {asn1rt::kWalkKeepValues, asn1rt::kWalkStructure}) {
         asn1rt::BerWalk walk;
-        ASSERT_EQ(asn1rt::berWalk(&d.c, msg.data(), (int)msg.size(), walk, mode), 0);
+        ASSERT_EQ(asn1rt::berWalk(&d.c, d.data(), (int)d.size(), walk, mode), 0);
         EXPECT_EQ((std::vector<size_t>{walk.count, walk.maxDepth, walk.consumed, walk.nodes[0].lastChild}),
-                  (std::vector<size_t>{levels + 1, levels, msg.size(), levels}));
+                  (std::vector<size_t>{levels + 1, levels, d.size(), levels}));
         const int back = asn1rt::berWriteBack(&d.c, walk);
         ASSERT_GT(back, 0);
         EXPECT_EQ(xe_getp(&d.c)[back - 2], 0x05);

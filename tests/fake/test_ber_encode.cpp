@@ -153,26 +153,22 @@ TEST(BerEncodeValue, Refusals)
 
 TEST(BerEncodeValue, BigIntegersPastTheLocalStorageAndOpenTypeLists)
 {
-    // 10^1499 needs 623 octets, more than the 512 kept on the stack: the record grows on the type heap,
-    // and that block goes back whether the write succeeds or not.
+    // 10^1499 needs 623 octets, more than the 512 kept on the stack: the record grows on the type heap, and
+    // that block goes back whether the write succeeds or not; only a written one reads back.
     const std::string decimal = "1" + std::string(1499, '0');
     Enc e, bad, full(8, true);
-    const size_t before[] = {heapBlocks(e.c), heapBlocks(bad.c), heapBlocks(full.c)};
+    const std::vector<size_t> before{heapBlocks(e.c), heapBlocks(bad.c), heapBlocks(full.c)};
     EXPECT_EQ(xe_bigint(&e.c, decimal.c_str(), 1), 4 + 623);
-    EXPECT_EQ(e.out().substr(0, 12), "0282026F0BE0") << "tag, long length 623, top octet";
+    EXPECT_EQ(xe_bigint(&bad.c, (decimal + "z").c_str(), 1) + xe_bigint(&full.c, decimal.c_str(), 1), RT_E_BAD_VALUE + RT_E_BUFFER_FULL);
+    EXPECT_EQ(e.out().substr(0, 12) + bad.out(), "0282026F0BE0") << "tag, long length 623, top octet; nothing else";
+    EXPECT_EQ(before, (std::vector<size_t>{heapBlocks(e.c), heapBlocks(bad.c), heapBlocks(full.c)}));
+    EXPECT_EQ((std::vector<int>{e.c.errInfo.status, bad.c.errInfo.status, full.c.errInfo.status}),
+              (std::vector<int>{0, RT_E_BAD_VALUE, RT_E_BUFFER_FULL}));
     bertest::Dec d(e.out());
     const char* back = nullptr;
     ASSERT_EQ(xd_bigint(&d.c, &back, 1, 0), 0);
     EXPECT_EQ(rtBigIntStrCompare(&d.c, back, decimal.c_str()), 0);
-    EXPECT_EQ(xe_bigint(&bad.c, (decimal + "z").c_str(), 1), RT_E_BAD_VALUE);
-    EXPECT_EQ(xe_bigint(&full.c, decimal.c_str(), 1), RT_E_BUFFER_FULL);
-    EXPECT_EQ((std::vector<size_t>{heapBlocks(e.c), heapBlocks(bad.c), heapBlocks(full.c)}),
-              (std::vector<size_t>(before, before + 3)));
-    EXPECT_EQ((std::vector<int>{e.c.errInfo.status, bad.c.errInfo.status, full.c.errInfo.status}),
-              (std::vector<int>{0, RT_E_BAD_VALUE, RT_E_BUFFER_FULL}));
-    EXPECT_EQ(bad.out(), "") << "nothing written";
-
-    // Lists of open types go out from the tail; a bad one is recorded.
+    // Lists of open types go out from the tail, a null entry skipped; a bad one is recorded.
     Asn1RTDList list;
     rtDListInit(&list);
     std::vector<uint8_t> a = hex("020105"), b = hex("0403616263"), eoc = hex("0000");
@@ -181,33 +177,30 @@ TEST(BerEncodeValue, BigIntegersPastTheLocalStorageAndOpenTypeLists)
         ASSERT_NE(rtDListAppend(&e.c, &list, v), nullptr);
     Enc l;
     EXPECT_EQ(xe_OpenTypeExt(&l.c, &list), 8);
-    EXPECT_EQ(l.out(), "0201050403616263");
     ASSERT_NE(rtDListAppend(&e.c, &list, &vbad), nullptr);
     EXPECT_EQ(xe_OpenTypeExt(&l.c, &list), RT_E_BAD_VALUE);
-    EXPECT_EQ(l.c.errInfo.status, RT_E_BAD_VALUE) << "recorded";
+    EXPECT_EQ(l.out() + " " + bertest::statusName(l.c.errInfo.status), "0201050403616263 BAD_VALUE");
 }
 
-TEST(BerEncodeBuffer, StaticBufferOfNHoldsNMinusOne)
+TEST(BerEncodeBuffer, StaticLimitGrowthAndRefusedGrowth)
 {
+    // A static buffer of n holds n - 1 octets, and nothing more is written.
     for (int n : {1, 2, 100}) {
         Enc e(n, true);
         std::vector<uint8_t> fill((size_t)n, 0x11);
         EXPECT_EQ(xe_memcpy(&e.c, fill.data(), n - 1), n - 1);
         for (int st : {xe_memcpy(&e.c, fill.data(), 1), xe_len(&e.c, 5), xe_expandBuffer(&e.c, 1)})
             EXPECT_EQ(st, RT_E_BUFFER_FULL) << n;
-        EXPECT_EQ(e.c.bufIndex + e.used(), (ASN1UINT)n - 1) << "nothing more written";
+        EXPECT_EQ(e.c.bufIndex + e.used(), (ASN1UINT)n - 1);
     }
-    // A decimal text wants two octets to spare beyond its own: 2^40 - 1 takes six octets, which a room
-    // of seven holds only through the direct path.
-    Enc e(8, true), tight(8, true), roomy(9, true);
-    std::vector<uint8_t> eight(8, 0x33);
-    EXPECT_EQ(xe_memcpy(&e.c, eight.data(), 8), RT_E_BUFFER_FULL);
-    EXPECT_EQ(xe_bigint(&e.c, "0x01020304050607", 0), 7);
-    EXPECT_EQ(xe_bigint(&e.c, "0x01", 0), RT_E_BUFFER_FULL);
+    // A decimal text wants two octets to spare beyond its own: 2^40 - 1 takes six octets, which a room of
+    // seven holds only through the direct path; the refusal is recorded.
+    Enc e(8, true), tight(8, true), roomy(9, true), grown(16);
+    std::vector<uint8_t> big(40, 0x33);
+    EXPECT_EQ(xe_memcpy(&e.c, big.data(), 8) + xe_bigint(&e.c, "0x01020304050607", 0) + xe_bigint(&e.c, "0x01", 0), 7 + 2 * RT_E_BUFFER_FULL);
     EXPECT_EQ(xe_bigint(&tight.c, "1099511627775", 0), RT_E_BUFFER_FULL);
-    EXPECT_EQ(tight.c.errInfo.status + (int)tight.used(), RT_E_BUFFER_FULL) << "recorded, nothing written";
-    EXPECT_EQ(xe_bigint(&tight.c, "0x00ffffffffff", 0), 6);
-    EXPECT_EQ(xe_bigint(&roomy.c, "1099511627775", 0), 6);
+    EXPECT_EQ(tight.c.errInfo.status + (int)tight.used(), RT_E_BUFFER_FULL);
+    EXPECT_EQ(xe_bigint(&tight.c, "0x00ffffffffff", 0) + xe_bigint(&roomy.c, "1099511627775", 0), 12);
     EXPECT_EQ(roomy.out(), "00FFFFFFFFFF");
     // An empty static buffer, and a context that was never initialised.
     uint8_t none[1];
@@ -216,22 +209,34 @@ TEST(BerEncodeBuffer, StaticBufferOfNHoldsNMinusOne)
     ASSERT_EQ(xe_setp(&c.c, none, 0), 0);
     EXPECT_EQ(xe_memcpy(&c.c, none, 1), RT_E_BUFFER_FULL);
     EXPECT_EQ(xe_setp(&raw, nullptr, 0), RT_E_NOT_READY);
+    // Refused growth keeps the old buffer; the big integer's low octets went in before the room ran out
+    // (nothing is rolled back), and only xe_bigint records. With the allocator back the write grows it.
+    const ASN1INT v = 0x1234;
+    ASSERT_EQ(xe_integer(&grown.c, &v, 1), 4);
+    ASN1OCTET* const old = grown.c.bufData;
+    {
+        bertest::RationedAllocator refuse;
+        EXPECT_EQ(xe_memcpy(&grown.c, big.data(), 40) + xe_expandBuffer(&grown.c, 1), 2 * RT_E_NO_MEMORY);
+        EXPECT_EQ(xe_bigint(&grown.c, "0x0102030405060708090a0b0c0d0e0f", 1), RT_E_NO_MEMORY);
+    }
+    EXPECT_EQ(grown.c.bufData, old);
+    EXPECT_EQ(grown.out() + " " + bertest::statusName(grown.c.errInfo.status), "05060708090A0B0C0D0E0F02021234 NO_MEMORY");
+    EXPECT_EQ(xe_memcpy(&grown.c, big.data(), 40), 40);
+    EXPECT_EQ(grown.c.bufSize, 16u + 16384u);
 }
 
 TEST(BerEncodeBuffer, GrowsLinearlyAndKeepsWhatWasWritten)
 {
     bertest::LastErrorUntouched platformState;
     Enc d, e(16);
-    EXPECT_EQ(d.c.bufSize, 16384u) << "the default size";
     EXPECT_EQ(xe_memcpy(&d.c, hex("07").data(), 1), 1);
-    EXPECT_EQ(xe_getp(&d.c), d.c.bufData + 16382);
+    EXPECT_EQ(xe_getp(&d.c), d.c.bufData + 16382) << "the default size is 16384";
     const ASN1INT first = 0x1234;
     ASSERT_EQ(xe_integer(&e.c, &first, 1), 4);
     Asn1BufLocDescr where;
     xe_getBufLocDescr(&e.c, 4, &where);
-    EXPECT_EQ(where.numocts + where.offset + e.c.bufDynamic, 9u);
     // Filling the room to index 0 takes no growth; 6000 INTEGERs of three octets grow the buffer twice,
-    // linearly, and what was written stays.
+    // linearly, and what was written stays, found by its location record after the moves.
     std::vector<uint8_t> eleven(11, 0x44);
     EXPECT_EQ(xe_memcpy(&e.c, eleven.data(), 11), 11);
     std::vector<ASN1UINT> sizes{e.c.bufIndex, e.c.bufSize};
@@ -247,9 +252,9 @@ TEST(BerEncodeBuffer, GrowsLinearlyAndKeepsWhatWasWritten)
     }
     EXPECT_EQ(sizes, (std::vector<ASN1UINT>{0, 16, 16 + 16384, 16 + 2 * 16384}));
     EXPECT_EQ(e.out(), want + std::string(22, '4') + "02021234");
-    // The location record still finds the first value after the moves; a large need takes one step.
     EXPECT_EQ(testsupport::toHex(e.c.bufData + (e.c.bufSize - 1 - where.offset), where.numocts), "02021234");
-    ASN1UINT before = e.c.bufSize;
+    // A large need takes one step of that size.
+    const ASN1UINT before = e.c.bufSize;
     ASSERT_EQ(xe_expandBuffer(&e.c, 40000), 0);
     EXPECT_EQ(e.c.bufSize, before + 40000);
     xe_free(&e.c);
@@ -257,71 +262,36 @@ TEST(BerEncodeBuffer, GrowsLinearlyAndKeepsWhatWasWritten)
     EXPECT_EQ(e.c.bufDynamic, 0);
 }
 
-TEST(BerEncodeBuffer, RefusedGrowthKeepsTheOldBuffer)
-{
-    Enc e(16);
-    const ASN1INT v = 0x1234;
-    ASSERT_EQ(xe_integer(&e.c, &v, 1), 4);
-    ASN1OCTET* const before = e.c.bufData;
-    std::vector<uint8_t> big(40, 0x55);
-    {
-        bertest::RationedAllocator refuse;
-        EXPECT_EQ(xe_memcpy(&e.c, big.data(), (int)big.size()), RT_E_NO_MEMORY);
-        EXPECT_EQ(xe_expandBuffer(&e.c, 1), RT_E_NO_MEMORY);
-        EXPECT_EQ(xe_bigint(&e.c, "0x0102030405060708090a0b0c0d0e0f", 1), RT_E_NO_MEMORY);
-    }
-    EXPECT_EQ(e.c.bufData, before);
-    EXPECT_EQ(e.c.bufSize, 16u);
-    // The big integer's low octets went in before the room ran out: nothing is rolled back.
-    EXPECT_EQ(e.out(), norm("05060708090a0b0c0d0e0f 0202 1234"));
-    EXPECT_EQ(e.c.errInfo.status, RT_E_NO_MEMORY) << "only xe_bigint records";
-    EXPECT_EQ(xe_memcpy(&e.c, big.data(), (int)big.size()), 40) << "with the allocator back";
-    EXPECT_EQ(e.c.bufSize, 16u + 16384u);
-}
-
-namespace {
-
-// Writes members in the order given, as a generated SET OF encoder does (last member first), records
-// each, sorts, and returns the octets of the members.
-std::string sortedSet(const std::vector<std::string>& membersInWriteOrder)
-{
-    Enc e;
-    Asn1RTSList list;
-    rtSListInitEx(&e.c, &list);
-    for (const std::string& m : membersInWriteOrder)
-        record(e, list, xe_memcpy(&e.c, hex(m).data(), (int)hex(m).size()));
-    EXPECT_EQ(xe_derCanonicalSort(&e.c, &list), (int)e.used()) << "the total";
-    EXPECT_EQ(list.count, 0u) << "records and nodes are given back";
-    return e.out();
-}
-
-}  // namespace
-
 TEST(BerEncodeSetOf, DerOrder)
 {
-    // A value's own prefix comes first; equal values stay as they are.
-    const struct { std::vector<std::string> written; const char* out; } cases[] = {
-        {{"020105", "020103"}, "020103020105"}, {{"aabb", "aa"}, "aaaabb"},
-        {{"0403616263", "04026162", "0403616262"}, "04026162 0403616262 0403616263"},
-        {{"0500", "0500", "0101ff"}, "0101ff 0500 0500"}, {{}, ""}, {{"3100"}, "3100"},
-    };
-    for (const auto& c : cases)
-        EXPECT_EQ(sortedSet(c.written), norm(c.out));
-    // Many members come out as a sort of their octets (hex of equal widths per octet sorts the same).
-    std::vector<std::string> members;
-    unsigned x = 12345;
-    for (int i = 0; i < 60; ++i) {
+    // Members written in the order given, as a generated SET OF encoder does (last member first), each
+    // recorded, then sorted: a value's own prefix comes first, equal values stay as they are. Many members
+    // come out as a sort of their octets (hex of equal widths per octet sorts the same).
+    std::vector<std::vector<std::string>> sets{
+        {"020105", "020103"}, {"aabb", "aa"}, {"0403616263", "04026162", "0403616262"}, {"0500", "0500", "0101ff"}, {}, {"3100"}};
+    const char* const sorted[] = {"020103020105", "aaaabb", "04026162 0403616262 0403616263", "0101ff 0500 0500", "", "3100", ""};
+    sets.emplace_back();
+    for (unsigned i = 0, x = 12345; i < 60; ++i) {
         std::string m;
         for (unsigned k = 0, n = 1 + ((x = x * 1103515245u + 12345u) >> 16) % 4; k < n; ++k)
             m += "0" + std::to_string(((x = x * 1103515245u + 12345u) >> 16) % 3);
-        members.push_back(m);
+        sets.back().push_back(m);
     }
-    std::vector<std::string> sorted = members;
-    std::sort(sorted.begin(), sorted.end());
-    std::string want;
-    for (const auto& m : sorted)
-        want += m;
-    EXPECT_EQ(sortedSet(members), want);
+    std::vector<std::string> many = sets.back();
+    std::sort(many.begin(), many.end());
+    for (size_t k = 0; k < sets.size(); ++k) {
+        Enc e;
+        Asn1RTSList list;
+        rtSListInitEx(&e.c, &list);
+        for (const std::string& m : sets[k])
+            record(e, list, xe_memcpy(&e.c, hex(m).data(), (int)hex(m).size()));
+        EXPECT_EQ(xe_derCanonicalSort(&e.c, &list), (int)e.used()) << "the total";
+        EXPECT_EQ(list.count, 0u) << "records and nodes are given back";
+        std::string want = norm(sorted[k]);
+        for (size_t j = 0; *sorted[k] == 0 && k + 1 == sets.size() && j < many.size(); ++j)
+            want += many[j];
+        EXPECT_EQ(e.out(), want);
+    }
 }
 
 TEST(BerEncodeSetOf, WrappedInASetTagAndRefusedScratch)
@@ -333,8 +303,8 @@ TEST(BerEncodeSetOf, WrappedInASetTagAndRefusedScratch)
         record(e, list, xe_integer(&e.c, &v, 1));
     EXPECT_EQ(xe_tag_len(&e.c, 0x20000011, xe_derCanonicalSort(&e.c, &list)), 11);
     EXPECT_EQ(e.out(), norm("3109 020101 020105 020109"));
-    // Members out of order need a scratch area; refused, everything stays as it was. Members already in
-    // order need none.
+    // Members out of order need a scratch area; refused, records, nodes and octets stay as they were.
+    // Members already in order need none.
     rtSListInitEx(&f.c, &list);
     rtSListInitEx(&f.c, &ordered);
     for (ASN1INT v : {1, 9})
@@ -343,8 +313,8 @@ TEST(BerEncodeSetOf, WrappedInASetTagAndRefusedScratch)
         bertest::RationedAllocator refuse;
         EXPECT_EQ(xe_derCanonicalSort(&f.c, &list), RT_E_NO_MEMORY);
     }
-    EXPECT_EQ(list.count, 2u) << "records and nodes stay";
-    EXPECT_EQ(f.out(), norm("020109 020101")) << "octets unmoved";
+    EXPECT_EQ(list.count, 2u);
+    EXPECT_EQ(f.out(), norm("020109 020101"));
     for (ASN1INT v : {9, 1})
         record(f, ordered, xe_integer(&f.c, &v, 1));
     bertest::RationedAllocator refuse;

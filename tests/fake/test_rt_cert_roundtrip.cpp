@@ -16,13 +16,8 @@
 
 namespace {
 
-struct Node {
-    ASN1TAG tag;
-    bool constructed;
-    const ASN1OCTET* data;  // the whole element, for a primitive one
-    ASN1UINT count;
-    ASN1TSeqOfList children;
-};
+// A primitive element keeps its whole encoding (data, count), a constructed one its children.
+struct Node { ASN1TAG tag; bool constructed; const ASN1OCTET* data; ASN1UINT count; ASN1TSeqOfList children; };
 
 class CertTree : public ASN1CType {
 public:
@@ -81,11 +76,7 @@ private:
     }
 };
 
-struct RoundTrip {
-    int status = 0;
-    std::string out;
-    std::vector<std::string> times[2];
-};
+struct RoundTrip { int status = 0; std::string out; std::vector<std::string> times[2]; };
 
 RoundTrip roundTrip(const std::vector<uint8_t>& der) {
     RoundTrip r;
@@ -138,27 +129,23 @@ TEST(CertRoundTrip, CorpusCertificatesAndTheirValidityTimes) {
         // UTCTime: ten or twelve digits, then Z or an offset; a well-formed one lies in 1950..2049 and
         // goes back as GeneralizedTime, the class reading the same fields and rebuilding the text.
         for (const std::string& t : r.times[0]) {
-            SCOPED_TRACE(t);
             RtTimeFields f;
             char* made = nullptr;
-            const size_t n = t.find_first_not_of("0123456789");
-            const bool good = (n == 10 || n == 12) && (t.substr(n) == "Z" || (t.size() == n + 5 && (t[n] == '+' || t[n] == '-') &&
-                                                          t.find_first_not_of("0123456789", n + 1) == std::string::npos));
+            const size_t n = t.find_first_not_of("0123456789"), m = t.find_first_not_of("0123456789", n + 1);
+            const bool good = (n == 10 || n == 12) && (t.substr(n) == "Z" || (t.size() == n + 5 && t.find_first_of("+-", n) == n && m == std::string::npos));
             rtErrReset(&ctxt.errInfo);
             const int st = rtParseUTCTime(&ctxt, t.c_str(), &f);
             ++(st ? refused : utc);
-            EXPECT_EQ(good ? 0 : -31, st);
+            EXPECT_EQ(good ? 0 : -31, st) << t;
             if (st != 0)
                 continue;
-            EXPECT_TRUE(f.year >= 1950 && f.year <= 2049);
-            ASSERT_EQ(0, rtMakeGeneralizedTime(&ctxt, &f, &made, 0));
-            EXPECT_TRUE(t.size() != 13 || (f.year < 2000 ? "19" : "20") + t == made);
             const char* text = t.c_str();
             ASN1CUTCTime c(text, f.utc);
-            EXPECT_EQ((std::vector<int>{f.year, f.second, f.diffHour * 60 + f.diffMin}),
-                      (std::vector<int>{c.getYear(), c.getSecond(), c.getDiff()}));
-            EXPECT_EQ(0, c.setMonth(f.month));
-            EXPECT_TRUE((t.size() != 13 && t.size() != 17) || t == text);
+            ASSERT_EQ(0, rtMakeGeneralizedTime(&ctxt, &f, &made, 0));
+            EXPECT_TRUE(f.year >= 1950 && f.year <= 2049 && (t.size() != 13 || (f.year < 2000 ? "19" : "20") + t == made)) << t;
+            EXPECT_EQ((std::vector<int>{f.year, f.second, f.diffHour * 60 + f.diffMin, 0}),
+                      (std::vector<int>{c.getYear(), c.getSecond(), c.getDiff(), c.setMonth(f.month)}));
+            EXPECT_TRUE((t.size() != 13 && t.size() != 17) || t == text) << t;
         }
         // GeneralizedTime (2050 on) goes through the fields and back unchanged.
         for (const std::string& t : r.times[1]) {
