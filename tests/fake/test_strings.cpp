@@ -14,8 +14,7 @@ namespace {
 typedef ATL::CSimpleStringT<char, false> CStringA;
 typedef ATL::CSimpleStringT<wchar_t, false> CStringW;
 
-class Strings : public ::testing::Test {
-protected:
+struct Strings : ::testing::Test {
     testsupport::CountingHeap heap;
     ATL::CAtlStringMgr mgr{&heap};
 };
@@ -58,11 +57,11 @@ TEST_F(Strings, NilRecordAndAllocation) {
     // Reallocate updates only the room.
     ATL::CStringData* d = mgr.Allocate(3, 1);
     d->nDataLength = 3;
-    ATL::CStringData* e = mgr.Reallocate(d, 40, 1);
-    ASSERT_NE(e, nullptr);
-    EXPECT_EQ(std::make_tuple(e->nAllocLength, e->nDataLength, mgr.Reallocate(e, -5, 1), mgr.Clone()),
+    d = mgr.Reallocate(d, 40, 1);
+    ASSERT_NE(d, nullptr);
+    EXPECT_EQ(std::make_tuple(d->nAllocLength, d->nDataLength, mgr.Reallocate(d, -5, 1), mgr.Clone()),
               std::make_tuple(47, 3, nullptr, static_cast<ATL::IAtlStringMgr*>(&mgr)));
-    mgr.Free(e);
+    mgr.Free(d);
 }
 
 // A source inside the string itself or inside a shared one is read before it is replaced.
@@ -138,9 +137,8 @@ TEST_F(Strings, ThreadsCopyingAndReleasingOneSharedString) {
             });
         for (auto& th : threads)
             th.join();
-        // No reference was lost or gained.
         EXPECT_EQ(std::make_tuple(shared.GetData()->nRefs, int(heap.allocations), int(heap.frees)),
-                  std::make_tuple(1, 1, 0));
+                  std::make_tuple(1, 1, 0));  // no reference was lost or gained
     }
     EXPECT_EQ(heap.frees, 1);
 }
