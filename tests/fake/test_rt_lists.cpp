@@ -79,10 +79,8 @@ TEST_F(RtLists, DoublyLinkedListsAndArrays)
     app(a), app(b);
     rtDListFreeAll(&ctxt, &list), rtDListFreeAll(&ctxt, &list);  // the data goes too; an empty list is just zeroed
     EXPECT_EQ(make_tuple(alloc.frees, alloc.isLive(blockOf(b)), list.head), make_tuple(frees + 6, false, nullptr));
-    appendOpenType(0), appendOpenType(0);  // a value right behind its node goes with it
-    frees = alloc.frees;
-    rtDListFreeAll(&ctxt, &list);
-    EXPECT_EQ(alloc.frees, frees + 2);
+    appendOpenType(0), appendOpenType(0), frees = alloc.frees, rtDListFreeAll(&ctxt, &list);
+    EXPECT_EQ(alloc.frees, frees + 2);  // a value right behind its node goes with it
     // rtMemFreeOpenSeqExt frees each value's octets first; a loose value (null octets) and its node go too.
     appendOpenType(4), appendOpenType(4), app(rtMemHeapAllocZ(&ctxt.typeHeap, sizeof(OpenType)));
     const size_t liveBefore = alloc.live();
@@ -96,8 +94,8 @@ TEST_F(RtLists, DoublyLinkedListsAndArrays)
     // No capacity: assumed large enough; enough: the same array; short: raised, a new heap array.
     auto toArray = [&](ASN1UINT* capacity, ASN1UINT size) { return rtDListToArray(&ctxt, &list, &arr, capacity, size); };
     EXPECT_EQ((Ints{toArray(nullptr, 4), toArray(&cap, 4), arr == big, int(cap), std::memcmp(big, values, sizeof values),
-                    (arr = small, cap = 1, 0), toArray(&cap, 4),
-                    arr != small, int(cap), small[0], int(blockOf(arr)->size), std::memcmp(arr, values, sizeof values)}),
+                    (arr = small, cap = 1, 0), toArray(&cap, 4), arr != small, int(cap), small[0], int(blockOf(arr)->size),
+                    std::memcmp(arr, values, sizeof values)}),
               (Ints{3, 3, 1, 3, 0, 0, 3, 1, 3, -1, int(3 * sizeof(int)), 0}));
     // The new array cannot be had, or its size would wrap in 32 bits (3 * 0x55555556 is 0x100000002,
     // a 2-octet array): -12 before any copy, the array pointer as it was, no error block.
