@@ -57,7 +57,8 @@ TEST(BerEncodeHeader, LengthsTagsAndIdentifiers)
     // Tag and length together count the content; a failed inner encoder passes straight through.
     Enc e;
     ASSERT_EQ(xe_memcpy(&e.c, hex("020105").data(), 3), 3);
-    EXPECT_EQ(xe_tag_len(&e.c, 0x20000010, 3) + xe_tag_len(&e.c, 0x20000010, kIndef) + xe_tag_len(&e.c, 0x04, 0), 9);
+    EXPECT_EQ((std::vector<int>{xe_tag_len(&e.c, 0x20000010, 3), xe_tag_len(&e.c, 0x20000010, kIndef), xe_tag_len(&e.c, 0x04, 0)}),
+              (std::vector<int>{5, 2, 2}));
     EXPECT_EQ(xe_tag_len(&e.c, 0x20000010, RT_E_BAD_VALUE), RT_E_BAD_VALUE);
     EXPECT_EQ(e.out(), norm("0400 3080 3003020105"));
 }
@@ -137,8 +138,8 @@ TEST(BerEncodeValue, MissingValues)
                    xe_memcpy(&e.c, nullptr, 1), xe_bigint(&e.c, nullptr, 1)})
         EXPECT_EQ(st, RT_E_BAD_VALUE);
     EXPECT_EQ(xe_objid(&e.c, nullptr, 1) + xe_objid(&e.c, &many, 1), 2 * RT_E_BAD_OBJID);
-    EXPECT_EQ(xe_bitstr(&e.c, nullptr, 5, 1) + xe_OpenType(&e.c, abc, 0) + xe_OpenTypeExt(&e.c, nullptr), 0);
-    EXPECT_EQ(xe_octstr(&e.c, nullptr, 5, 1) + xe_OpenType(&e.c, xe_getp(&e.c), 2), 4);
+    EXPECT_EQ((std::vector<int>{xe_bitstr(&e.c, nullptr, 5, 1), xe_OpenType(&e.c, abc, 0), xe_OpenTypeExt(&e.c, nullptr)}), (std::vector<int>(3, 0)));
+    EXPECT_EQ((std::vector<int>{xe_octstr(&e.c, nullptr, 5, 1), xe_OpenType(&e.c, xe_getp(&e.c), 2)}), (std::vector<int>{2, 2}));
     EXPECT_EQ(e.out(), "0400");
 }
 
@@ -188,7 +189,8 @@ TEST(BerEncodeBuffer, StaticLimitGrowthAndRefusedGrowth)
     // seven holds only through the direct path; the refusal is recorded.
     Enc e(8, true), tight(8, true), roomy(9, true), grown(16);
     std::vector<uint8_t> big(40, 0x33);
-    EXPECT_EQ(xe_memcpy(&e.c, big.data(), 8) + xe_bigint(&e.c, "0x01020304050607", 0) + xe_bigint(&e.c, "0x01", 0), 7 + 2 * RT_E_BUFFER_FULL);
+    EXPECT_EQ((std::vector<int>{xe_memcpy(&e.c, big.data(), 8), xe_bigint(&e.c, "0x01020304050607", 0), xe_bigint(&e.c, "0x01", 0)}),
+              (std::vector<int>{RT_E_BUFFER_FULL, 7, RT_E_BUFFER_FULL}));
     EXPECT_EQ(xe_bigint(&tight.c, "1099511627775", 0), RT_E_BUFFER_FULL);
     EXPECT_EQ(tight.c.errInfo.status + (int)tight.used(), RT_E_BUFFER_FULL);
     EXPECT_EQ(xe_bigint(&tight.c, "0x00ffffffffff", 0) + xe_bigint(&roomy.c, "1099511627775", 0), 12);
@@ -207,7 +209,7 @@ TEST(BerEncodeBuffer, StaticLimitGrowthAndRefusedGrowth)
     ASN1OCTET* const old = grown.c.bufData;
     {
         bertest::RationedAllocator refuse;
-        EXPECT_EQ(xe_memcpy(&grown.c, big.data(), 40) + xe_expandBuffer(&grown.c, 1), 2 * RT_E_NO_MEMORY);
+        EXPECT_EQ((std::vector<int>{xe_memcpy(&grown.c, big.data(), 40), xe_expandBuffer(&grown.c, 1)}), (std::vector<int>(2, RT_E_NO_MEMORY)));
         EXPECT_EQ(xe_bigint(&grown.c, "0x0102030405060708090a0b0c0d0e0f", 1), RT_E_NO_MEMORY);
     }
     EXPECT_EQ(grown.c.bufData, old);
