@@ -204,9 +204,8 @@ TEST(PolicyFrame, ProxyTurnsEveryExceptionIntoFalse) {
     }
 }
 
-// A failure of the policy's own: into the extra status as a bit, else into the status. An
-// inner status merged: with an extra status bits accumulate, indices are overwritten and
-// checks go on (the inner dwError copied all the same); without one an inner error stops.
+// A failure of the policy's own goes into the extra status as a bit, else into the status;
+// an inner error merged stops the policy unless there is an extra status.
 TEST(PolicyFrame, OwnFailuresAndMergedInnerStatuses) {
     {
         CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, -1, -1, nullptr};
@@ -264,9 +263,8 @@ const char *kBC2 = "2.5.29.19", *kBC1 = "2.5.29.10", *kCA = "30030101FF", *kNotC
 typedef std::vector<std::pair<const char*, const char*>> Extensions;
 typedef std::tuple<BOOL, DWORD, LONG, LONG, DWORD> BcOutcome;  // result, dwError, indices, last error
 
-// The end certificate with these extensions, then elements - 1 more certificates. The
-// parameter record's size and extra pointer are not looked at; an extra status is neither
-// checked nor initialised.
+// The end certificate with these extensions, then elements - 1 more. The parameter record's
+// size and extra pointer are not looked at; an extra status is neither checked nor set.
 BcOutcome basicConstraints(const Extensions& extensions, DWORD flags, DWORD elements = 1, DWORD trust = 0,
                            bool withPara = true, DWORD paraSize = sizeof(CERT_CHAIN_POLICY_PARA),
                            DWORD statusSize = sizeof(CERT_CHAIN_POLICY_STATUS)) {
@@ -287,9 +285,8 @@ BcOutcome basicConstraints(const Extensions& extensions, DWORD flags, DWORD elem
     return BcOutcome{r, status.dwError, status.lChainIndex, status.lElementIndex, GetLastError()};
 }
 
-// One row per line of the outcome table and per edge case, each with a parameter record
-// of the right size and of size 0, and with trace off and on: the records are the same.
-// A status of the wrong size is refused and left as it was.
+// Each row with a parameter record of the right size and of size 0, trace off and on; a
+// status of the wrong size is refused and left as it was.
 TEST(BasicConstraints, OutcomeTable) {
     qvfake_reset();
     const std::string start = "CertDllVerifyBasicConstraintsCertificateChainPolicy|Start\n",
@@ -378,8 +375,7 @@ TEST(Trace, Rules) {
 }
 
 // Either extension is decoded by the current rule into a zeroed 12-byte record; a decoder
-// error (g_failWith; 0xFFFFFFFF: success with cA TRUE) comes back in HRESULT form after the
-// failure was recorded.
+// error (g_failWith; 0xFFFFFFFF: success with cA TRUE) comes back in HRESULT form.
 DWORD g_failWith;
 BOOL checkingDecoder(void* calls, DWORD enc, LPCSTR type, const BYTE* pb, DWORD cb, DWORD flags, void* out, DWORD* pcb) {
     auto* info = static_cast<CERT_BASIC_CONSTRAINTS2_INFO*>(out);
@@ -429,9 +425,8 @@ const Eku kTs{"300A06082B06010505070308", {kTimeStamping}}, kServer{"300A06082B0
 // indices (0x77, 0x55, 0x66 where the policy left it alone or none was linked).
 typedef std::tuple<BOOL, DWORD, DWORD, LONG, LONG, DWORD, LONG, LONG> Outcome;
 
-// The expected Outcome with or without an extra status: the policy's own failure in the
-// status (indices 0) or as bits; an inner one as the script put it (3, 4 and 5, 6). The
-// call succeeds where the last error stays, or is the 234 of a decoder asked again.
+// The policy's own failure in the status (indices 0) or as bits, an inner one as the script
+// put it (3, 4 and 5, 6); success where the last error stays or is a decoder's 234.
 Outcome expected(bool withExtra, DWORD lastError, DWORD dwError, DWORD extraBits, DWORD pkupError, DWORD pkupBits) {
     const BOOL ok = lastError == kSentinel || lastError == kMore;
     if (withExtra)
@@ -440,8 +435,7 @@ Outcome expected(bool withExtra, DWORD lastError, DWORD dwError, DWORD extraBits
     return Outcome{ok, lastError, dwError, index, index == 3 ? 4 : index, 0x77, 0x55, 0x66};
 }
 
-// What the private-key-usage-period policy answers, and what it was handed (statusCbSize
-// and extraStatusCbSize 0: no such record).
+// What the private-key-usage-period policy answers, and what it was handed.
 struct PkupScript {
     BOOL result = TRUE;
     DWORD lastError = 0, dwError = 0, extraBits = 0;
@@ -469,9 +463,8 @@ BOOL pkupHook(void* user, LPCSTR oid, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_P
     return s->result;
 }
 
-// One end certificate with these EKU, Key Usage and usage period values (null: none) in a
-// chain whose element usage is what the EKU names unless chainUsage is false; the string
-// manager counts its allocations meanwhile.
+// An end certificate with these EKU, Key Usage and usage period (null: none), the element's
+// usage as the EKU names unless chainUsage is false; the string manager's heap counted.
 struct Rig {
     CountingHeap heap;
     ATL::IAtlMemMgr* savedHeap = ATL::g_defaultStrMgr.GetMemoryManager();
@@ -590,10 +583,8 @@ TEST(SignaturePolicies, OutcomeTables) {
     }
 }
 
-// The timestamp policy permits 0x0006FFFF, with a hole at 0x10000; refused flags leave both
-// statuses initialised. The extra parameter's pointer reaches the innermost policy
-// unchanged through two levels, whatever the declared size up to the record's: cbSize 0, a
-// pointer's size, the full size, or none linked.
+// The timestamp policy permits 0x0006FFFF, with a hole at 0x10000. The extra parameter's
+// pointer reaches the innermost policy through two levels, whatever size up to the record's.
 TEST(SignaturePolicies, TimestampFlagMaskAndExtraParameter) {
     Rig rig(&kTs, nullptr);
     qvfake_set_pkup_hook(pkupHook, &rig.pkup);
@@ -621,9 +612,8 @@ TEST(SignaturePolicies, TimestampFlagMaskAndExtraParameter) {
     }
 }
 
-// Bad records, for the signature policy and for the stand-in's period policy, which also
-// refuses a short extra parameter. A refused status is left alone; a refused extra status
-// too, after the signature policy initialised the status.
+// Bad records for the signature policy and the stand-in's period policy, which also refuses a
+// short extra parameter; a refused status or extra status is left alone.
 TEST(SignaturePolicies, BadRecordsAreRefusedWith87) {
     const DWORD st = sizeof(CERT_CHAIN_POLICY_STATUS), pa = sizeof(CERT_CHAIN_POLICY_PARA), ep = sizeof(UsagePara);
     const struct { DWORD statusSize, paraSize, extraParaSize, extraStatusSize; BOOL signatureOk, periodOk; } rows[] = {
@@ -712,10 +702,8 @@ TEST(SignaturePolicies, KeyUsageDecoderFailures) {
     }
 }
 
-// The stand-in's private-key-usage-period policy under a Key Usage that fails too: with an
-// extra status both failures come back at once, without one the period's ends the policy.
-// The period is 2020-01-01 .. 2021-01-01 unless given; year 0: now; a malformed value
-// (notBefore "2020") stops the policy with its last error.
+// The stand-in's period policy (2020-01-01 .. 2021-01-01 unless given; year 0: now) under a
+// failing Key Usage: both failures with an extra status, else the period's alone.
 TEST(SignaturePolicies, UsagePeriodFailsByTheSideOfTheMoment) {
     const std::string from = "800F32303230303130313030303030305A", both = "3022" + from + "810F32303231303130313030303030305A";
     const struct { std::string period; WORD year, month, day; DWORD bits, lastError; } rows[] = {
@@ -960,8 +948,7 @@ TEST(OcspPolicy, OutcomeTable) {
     }
 }
 
-// The callback is the record's last field: read only when cbSize covers it; a size beyond
-// the record is refused.
+// The callback, the record's last field, is read only when cbSize covers it.
 TEST(OcspPolicy, ExtraParaSizes) {
     const DWORD full = sizeof(OcspPara), noCallback = offsetof(OcspPara, pfnAnyCertAuthorized);
     for (DWORD cbSize : {full + 1, full, full - 1, noCallback}) {
@@ -980,9 +967,8 @@ TEST(OcspPolicy, ExtraParaSizes) {
     }
 }
 
-// Bad records are found before anything else runs, wherever they stand; the address tests
-// compare pointers, so equal contents elsewhere pass. No count and no records pass, a count
-// without records does not.
+// Bad records are found before anything runs, wherever they stand; the address tests compare
+// pointers, so equal contents elsewhere pass.
 TEST(OcspPolicy, RecordChecks) {
     static char oid[] = "1.3.14.3.2.26", sameText[] = "1.3.14.3.2.26";
     static BYTE sameHash[20];
@@ -1032,8 +1018,7 @@ BOOL pkupFails(void*, LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCE
     return FALSE;
 }
 
-// The nocheck report comes before the flags are read; unknown flags are 87. Both CertID
-// checkers live for the whole loop: each algorithm is hashed once per call.
+// The nocheck report comes before the flags are read; each algorithm is hashed once a call.
 TEST(OcspPolicy, FlagsNocheckInnerFailureAndHashing) {
     for (bool nocheck : {false, true}) {
         Responder r(kEe, false, nocheck);
@@ -1071,10 +1056,8 @@ struct LazyChecker : CCertIDChecker {
     void createEntry(const CAlgorithmIdentifierEx&) const override {}
 };
 
-// One pair of hashes per algorithm text: a second lookup is a map lookup;
-// sha1WithRSAEncryption resolves to SHA-1 too and is an entry of its own. A failed hash
-// stores nothing, so the next lookup hashes again; a key required but empty is refused
-// before any hashing.
+// One pair of hashes per algorithm text (sha1WithRSAEncryption is an entry of its own); a
+// failed hash stores nothing; a required key that is empty is refused before any hashing.
 TEST(OcspPolicy, CertIdCheckerCache) {
     qvfake_reset();
     const Bytes key = hex("04A1A2A3"), nameHash = hashOf(kSha1, kIssuerName), keyHash = hashOf(kSha1, key);

@@ -141,8 +141,10 @@ void readOcsp(const std::string& path, std::vector<Id>& ids, Bytes* signer) {
     gnutls_x509_crt_t* list = nullptr;
     size_t count = 0;
     if (signer && gnutls_ocsp_resp_get_certs(resp, &list, &count) >= 0) {
-        if (count > 0 && gnutls_x509_crt_export2(list[0], GNUTLS_X509_FMT_DER, &n) >= 0)
-            *signer = bytesOf(n.data, n.size), gnutls_free(n.data);
+        if (count > 0 && gnutls_x509_crt_export2(list[0], GNUTLS_X509_FMT_DER, &n) >= 0) {
+            *signer = bytesOf(n.data, n.size);
+            gnutls_free(n.data);
+        }
         for (size_t i = 0; i < count; ++i)
             gnutls_x509_crt_deinit(list[i]);
         gnutls_free(list);
@@ -198,8 +200,12 @@ TEST(OcspSigningReal, ResponderChains) {
         std::vector<Id> ids;
         Bytes signer;
         std::istringstream words(row.ids);
-        for (std::string word; words >> word;)
-            word == "+gost" ? ids.push_back(gostCertId()) : readOcsp(dir + word + ext, ids, own ? nullptr : &signer);
+        for (std::string word; words >> word;) {
+            if (word == "+gost")
+                ids.push_back(gostCertId());
+            else
+                readOcsp(dir + word + ext, ids, own ? nullptr : &signer);
+        }
         std::vector<PCCERT_CONTEXT> certs;
         for (const char* f : row.chain)
             certs.push_back(QVCertLoadFile((dir + f + ext).c_str()));
