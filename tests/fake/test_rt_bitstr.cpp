@@ -50,8 +50,7 @@ TEST_F(BitStrTest, GrowthLimitsRangesValuesBitwiseAndShifts)
     EXPECT_EQ(make_tuple(g.get(0, 8, dest, 1), g.getBytes(d2, 4), g.get(3, 35, d3, 4), g.getBytes(dest + 1, 1)),
               make_tuple(0, 0, 0, -5));
     EXPECT_EQ(toHex(dest, 1) + " " + toHex(d2, 4) + " " + toHex(d3, 4), "90 90400000 82000000");
-    // Caller's octets, values and copies.
-    ASN1OCTET data[4] = {0xFF, 0xFF, 0xAA, 0xAA}, more[3] = {0x80, 0x55, 0x55};
+    ASN1OCTET data[4] = {0xFF, 0xFF, 0xAA, 0xAA}, more[3] = {0x80, 0x55, 0x55};  // caller's octets, values and copies
     ASN1UINT count = 20, n = 3;
     ASN1CBitStr callers(buf, data, count, 12);  // the count clamped, bits past it cleared, nothing beyond
     EXPECT_EQ(make_tuple(count, callers.size(), callers.getUnitsAllocated(), toHex(data, 4)), make_tuple(12u, 2, 2, "FFF0AAAA"));
@@ -110,16 +109,14 @@ TEST_F(BitStrTest, GrowthLimitsRangesValuesBitwiseAndShifts)
                     after(ops.doXor(ops.data(), 8), ops), after(ops.doAnd(mask, 0), ops)}),
               (Strs{"0 BC80 9 9", "-30 BC80 9 9", "0 3C7F 16 16", "0 3C7F 16 16", "0 3C 6 6", "0 3C 6 6", "0  0 0",
                     "0  0 0"}));
-    // AND takes whole octets of the operand as they stand; AND NOT clears only counted bits.
-    ASSERT_EQ(ops.set(0, 16), 0);
+    ASSERT_EQ(ops.set(0, 16), 0);  // AND takes whole octets of the operand as they stand; AND NOT clears only counted bits
     EXPECT_EQ((Strs{after(ops.doAnd(ones, 4), ops), after(ops.doAndNot(ones, 4), ops), after(ops.doOr(ones, 2), ops)}),
               (Strs{"0 FF 8 8", "0 0F 8 8", "0 CF 8 8"}));
     // With a limit, OR of nothing sets every bit up to it, and the operands are limited to it.
     EXPECT_EQ((Strs{after(opsLim.doOr(high, 0), opsLim), after(opsLim.clear(), opsLim), after(opsLim.doOr(wide, 24), opsLim),
                     after(opsLim.doXor(wide, 24), opsLim)}),
               (Strs{"0 FFF0 12 12", "0  0 0", "0 FFF0 12 12", "0  0 0"}));
-    // Shifts.
-    ASN1CBitStr sh(buf, 0u), shLim(buf, 8u);
+    ASN1CBitStr sh(buf, 0u), shLim(buf, 8u);  // shifts
     EXPECT_EQ(sh.shiftLeft(3) + sh.shiftRight(3), 0) << "empty";
     ASSERT_EQ(sh.set(1) + sh.set(3) + shLim.set(1) + shLim.set(3), 0);  // 0x50
     // A growing string loses nothing to the right; bits pushed past the start are lost.

@@ -92,8 +92,7 @@ TEST_F(RtHeap, NullAndEmptyHandlesAndRealloc)
     void* above = rtMemHeapAlloc(&h, 4);
     std::memcpy(old, "\x01\x02\x03\x04\x05\x06\x07\x08", 8);
     const size_t calls = alloc.mallocCalls();
-    // Equal or smaller: the same pointer, only the stored size goes down; a failed growth keeps the old block.
-    alloc.failNext();
+    alloc.failNext();  // equal or smaller: the same pointer, only the stored size goes down; a failed growth keeps the old block
     EXPECT_EQ((Ptrs{rtMemHeapRealloc(&h, old, 8), rtMemHeapRealloc(&h, old, 4), rtMemHeapRealloc(&h, old, 64)}),
               (Ptrs{old, old, nullptr}));
     EXPECT_EQ(make_tuple(alloc.mallocCalls(), blockOf(old)->size, old[3]), make_tuple(calls + 1, 4u, 4));

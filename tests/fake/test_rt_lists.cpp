@@ -47,8 +47,7 @@ TEST_F(RtLists, DoublyLinkedListsAndArrays)
     const Ptrs made{ins(1, &v[0]), ins(0, &v[2]), ins(0, &v[0]), ins(2, &v[4]), ins(1, &v[1]), ins(3, &v[3]), ins(6, &v[5])};
     auto *n0 = static_cast<Asn1RTDListNode*>(made[2]), *n4 = static_cast<Asn1RTDListNode*>(made[3]);
     EXPECT_EQ(make_tuple(made[0], made[6], items()), make_tuple(nullptr, nullptr, Ptrs{&v[0], &v[1], &v[2], &v[3], &v[4]}));
-    // Before null appends; before the head, before an inner node.
-    before(nullptr, &v[5]), before(n0, &v[6]), before(n4, &v[7]);
+    before(nullptr, &v[5]), before(n0, &v[6]), before(n4, &v[7]);  // before null appends; before the head, before an inner node
     EXPECT_EQ(items(), (Ptrs{&v[6], &v[0], &v[1], &v[2], &v[3], &v[7], &v[4], &v[5]}));
     rtDListFreeNodes(&ctxt, &list);
     n0 = app(&v[0]);  // after null links at the head; after the tail appends; after an inner node
@@ -130,8 +129,7 @@ TEST_F(RtLists, DoublyLinkedListsAndArrays)
 
 TEST_F(RtLists, SListMemoryBufferBitsAndWriting)
 {
-    // The singly linked list, from the type heap or from malloc.
-    rtSListInitEx(&ctxt, nullptr), rtSListFree(nullptr);
+    rtSListInitEx(&ctxt, nullptr), rtSListFree(nullptr);  // the singly linked list, from the type heap or from malloc
     Asn1RTSList sl{5, reinterpret_cast<Asn1RTSListNode*>(&sl), nullptr, nullptr};  // junk to clear
     rtSListInitEx(&ctxt, &sl);
     Asn1RTSListNode *first = rtSListAppend(&sl, &v[0]), *second = rtSListAppend(&sl, &v[1]);
@@ -145,8 +143,7 @@ TEST_F(RtLists, SListMemoryBufferBitsAndWriting)
     const size_t calls = alloc.mallocCalls();  // without a context the nodes come from malloc (LeakSanitizer sees them go back)
     EXPECT_EQ((std::tuple<bool, size_t>{rtSListAppend(&sl, &v[0]) != nullptr, alloc.mallocCalls()}), make_tuple(true, calls));
     rtSListFree(&sl);
-    // The memory buffer grows by segments.
-    Asn1RTMemBuf mb;
+    Asn1RTMemBuf mb;  // the memory buffer grows by segments
     std::memset(&mb, 0x5A, sizeof mb);
     rtMemBufInit(&ctxt, &mb, 16);
     int len = -1;
@@ -201,8 +198,7 @@ TEST_F(RtLists, SListMemoryBufferBitsAndWriting)
     }
     for (const auto& l : {std::pair<int, int>{0x01, 8}, {0x40, 2}, {0x80, 1}, {0x00, 0}, {0xFF, 8}, {0x0C, 6}, {0x90, 4}})
         EXPECT_EQ(rtOctetBitLen(static_cast<ASN1OCTET>(l.first)), l.second) << l.first;
-    // Forward writing: rtCheckBuffer and rtWriteBytes. Static: full is -1.
-    ASN1OCTET out[4] = {};
+    ASN1OCTET out[4] = {};  // forward writing: rtCheckBuffer and rtWriteBytes; static: full is -1
     EXPECT_EQ((Ints{rtInitContextBuffer(&ctxt, out, sizeof out), rtWriteBytes(&ctxt, bytes("abc"), 3), rtCheckBuffer(&ctxt, 1),
                     rtCheckBuffer(&ctxt, 2), rtWriteBytes(&ctxt, bytes("de"), 2), ctxt.errInfo.status, int(ctxt.bufIndex),
                     rtWriteBytes(&ctxt, bytes("d"), 1), rtWriteBytes(&ctxt, nullptr, 0), std::memcmp(out, "abcd", 4)}),

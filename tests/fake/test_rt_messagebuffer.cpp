@@ -90,8 +90,7 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
     ASN1OCTET storage16[16];
     EXPECT_EQ(encoder.setBuffer(storage16, sizeof storage16), 0);  // now static
     EXPECT_EQ(encoder.getMsgPtr(), storage16 + 15);
-    // The kinds, and the initialisers; a decode buffer has no copy.
-    ASN1BEREncodeBuffer enc;
+    ASN1BEREncodeBuffer enc;  // the kinds, and the initialisers; a decode buffer has no copy
     ASN1BERDecodeBuffer dec;
     char text[] = "x";
     unsigned short wide[] = {0x78, 0};

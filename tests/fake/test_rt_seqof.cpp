@@ -70,14 +70,12 @@ TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
     EXPECT_EQ((Ptrs{ml.set(2, v(17)), ml.set(5, v(10))}), (Ptrs{v(15), nullptr}));
     EXPECT_EQ((Strs{afterInsert, afterLinks, afterRemove, state()}),
               (Strs{"10,15,11,12 #5", "14,16,10,15,11,12,17,13 #9", "16,10,15,11,12 #12", "16,10,17,11,12 #13"}));
-    // Readers: an index under 1 reads the head; pointers are compared, not values.
-    int other = 10;
+    int other = 10;  // readers: an index under 1 reads the head; pointers are compared, not values
     EXPECT_EQ(make_tuple(ml.getFirst(), ml.getLast(), ml.get(2), ml.get(5), ml.get(-1), ml.indexOf(v(11)), ml.indexOf(&other)),
               make_tuple(v(16), v(12), v(17), nullptr, v(16), 3, -1));
     ml.clear();
     EXPECT_EQ(make_tuple(ml.isEmpty(), ml.getModCount(), ml.getFirst(), ml.getLast()), make_tuple(true, 14, nullptr, nullptr));
-    // Arrays.
-    ASN1CSeqOfList al(buf);
+    ASN1CSeqOfList al(buf);  // arrays
     int arr[3] = {7, 8, 9}, copies[2] = {20, 21};
     al.appendArray(arr, 3, (int)sizeof(int));
     al.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int));  // a length in octets
@@ -93,8 +91,7 @@ TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
     ASN1CSeqOfList freed(buf);  // freeAll frees the heap copies too
     freed.appendArrayCopy(copies, (int)sizeof copies, (int)sizeof(int)), freed.freeAll();
     EXPECT_EQ(make_tuple(freed.isEmpty(), freed.getList()->head, freed.getModCount()), make_tuple(true, nullptr, 2));
-    // The iterator, both ways.
-    ASN1CSeqOfList walked(buf), empty(buf);
+    ASN1CSeqOfList walked(buf), empty(buf);  // the iterator, both ways
     walked.append(v(10)), walked.append(v(11)), walked.append(v(12));
     ASN1CSeqOfListIterator *it = walked.iterator(), *e = empty.iterator();
     ASSERT_EQ(it ? it->getState() : -1, 0);
@@ -114,8 +111,7 @@ TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
     EXPECT_EQ((Ptrs{turn->next(), turn->next(), turn->prev(), turn->prev()}), (Ptrs{v(10), v(11), v(11), v(10)}));
     int missing = 0;
     EXPECT_FALSE(walked.iteratorFrom(&missing)->hasNext());
-    // Remove, set and insert through the iterator.
-    ASN1CSeqOfList edited(buf);
+    ASN1CSeqOfList edited(buf);  // remove, set and insert through the iterator
     for (int i = 10; i < 14; ++i)
         edited.append(v(i));
     ASN1CSeqOfListIterator* cur = edited.iterator();
@@ -127,8 +123,7 @@ TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
     EXPECT_EQ(order(edited.getList()), "10,16,15,13");
     EXPECT_EQ((Step{cur->next(), cur->insert(v(14))}), Step(v(13), 0));
     EXPECT_EQ(make_tuple(order(edited.getList()), cur->next()), make_tuple("10,16,15,13,14", nullptr)) << "at the end it appends";
-    // Removing backward moves the next node on to the successor.
-    ASN1CSeqOfListIterator* rev = edited.iteratorFromLast();
+    ASN1CSeqOfListIterator* rev = edited.iteratorFromLast();  // removing backward moves the next node on to the successor
     EXPECT_EQ((Step{rev->prev(), rev->remove()}), Step(v(14), 0));
     EXPECT_EQ(make_tuple(rev->next(), order(edited.getList())), make_tuple(nullptr, "10,16,15,13")) << "no successor";
 

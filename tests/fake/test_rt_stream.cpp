@@ -141,8 +141,7 @@ TEST_F(RtStream, RefusalsPlainAndBufferedStreams)
     rtSetDiag(0x100);
     EXPECT_EQ(make_tuple(g_debug, captured(both)), make_tuple(0x100u, "value 3 of x\n41" + std::string(46, ' ') + " A\n"));
     rtSetDiag(0);
-    // The hexadecimal dump.
-    const ASN1UINT one = 1;
+    const ASN1UINT one = 1;  // the hexadecimal dump
     const bool le = *reinterpret_cast<const unsigned char*>(&one) == 1;  // words print most significant first
     const std::string b40(40, ' ');
     const struct { const char* data; ASN1UINT count, wordSize; std::string expect; } dumps[] = {

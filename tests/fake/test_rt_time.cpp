@@ -157,7 +157,8 @@ TEST_F(UtcZone, GeneralizedAndUtcTimeClasses)
     EXPECT_STREQ(z.text, "2024010109Z");
     // Setter ranges; minutes take the sign of the hours.
     EXPECT_EQ((Ints{l->setDiff(721), l->getStatus(), l->setDiff(13, 0), l->setDiff(1, 60), l->setDiffHour(-13),
-                    l->setDiffHour(-12), l->setDiff(-90), l->getDiffHour(), l->getDiffMinute(), l->setDiff(-2, 15), l->getDiffMinute()}),
+                    l->setDiffHour(-12), l->setDiff(-90), l->getDiffHour(), l->getDiffMinute(), l->setDiff(-2, 15),
+                    l->getDiffMinute()}),
               (Ints{-31, -31, -31, -31, -31, 0, 0, -1, -30, 0, -15}));
     EXPECT_EQ((Strs{l(l->setDiff(-90)), l(l->setDiff(0, -30)), l(l->setDiff(5, 0))}),
               (Strs{"0 2024010112-0130", "0 2024010112-0030", "0 2024010112+05"}));
@@ -243,8 +244,7 @@ TEST_F(UtcZone, TextsCopiesComparisonCalendarAndTimeT)
     EXPECT_EQ(make_tuple(y, mo, day, h, mi, sec, tenths), make_tuple(2023, 12, 31, 23, 59, 59, 9));
     ASN1CTime::addMilliseconds(100 + 86400000LL * 2, y, mo, day, h, mi, sec, tenths);
     EXPECT_EQ(make_tuple(y, mo, day, h, mi, sec, tenths), make_tuple(2024, 1, 3, 0, 0, 0, 0));
-    // An unset day or month passes; an unset (negative) year allows the leap day.
-    auto ok = &ASN1CTime::checkDate;
+    auto ok = &ASN1CTime::checkDate;  // an unset day or month passes; an unset (negative) year allows the leap day
     EXPECT_EQ(make_tuple(ok(0, 2, 2023), ok(29, 0, 2023), ok(29, 2, 2024), ok(29, 2, 2023), ok(29, 2, -3), ok(30, 2, -3),
                          ok(31, 4, 2024)), make_tuple(true, true, true, false, true, false, false));
     // time_t is 64 bits on both widths, so dates past 2038 convert.
