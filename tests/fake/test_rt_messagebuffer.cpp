@@ -14,26 +14,22 @@ using testsupport::toHex;
 
 namespace {
 
-// A control over one OCTET STRING, written the way generated control classes are.
-class OctetsControl : public ASN1CType {
-public:
+// A control over one OCTET STRING, written the way generated control classes are: failures go to the error block.
+struct OctetsControl : ASN1CType {
     explicit OctetsControl(ASN1MessageBufferIF& buf) : ASN1CType(buf) {}
-    OctetsControl() : ASN1CType() {}
+    OctetsControl() = default;
     std::vector<ASN1OCTET> value;
     const ASN1OCTET* decoded = nullptr;
     ASN1UINT decodedLen = 0;
 
+    static int recorded(ASN1MessageBufferIF& buf, int st) { return st < 0 ? rtErrSetData(&buf.getCtxtPtr()->errInfo, st) : st; }
     int EncodeTo(ASN1MessageBufferIF& buf) override
     {
-        setMsgBuf(buf), buf.init();
-        const int len = xe_octstr(buf.getCtxtPtr(), value.data(), (ASN1UINT)value.size(), 1);
-        return len < 0 ? rtErrSetData(&buf.getCtxtPtr()->errInfo, len) : len;
+        return setMsgBuf(buf), buf.init(), recorded(buf, xe_octstr(buf.getCtxtPtr(), value.data(), (ASN1UINT)value.size(), 1));
     }
     int DecodeFrom(ASN1MessageBufferIF& buf) override
     {
-        setMsgBuf(buf), buf.init();
-        const int st = xd_octstr(buf.getCtxtPtr(), &decoded, &decodedLen, 1, 0);
-        return st < 0 ? rtErrSetData(&buf.getCtxtPtr()->errInfo, st) : st;
+        return setMsgBuf(buf), buf.init(), recorded(buf, xd_octstr(buf.getCtxtPtr(), &decoded, &decodedLen, 1, 0));
     }
 };
 
