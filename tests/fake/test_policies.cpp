@@ -1011,14 +1011,8 @@ TEST(OcspPolicy, RecordChecks) {
     EXPECT_FALSE(call.ok);
 }
 
-// An inner policy that cannot run makes the callback FALSE, its status merged first.
-BOOL pkupFails(void*, LPCSTR, PCCERT_CHAIN_CONTEXT, PCERT_CHAIN_POLICY_PARA, PCERT_CHAIN_POLICY_STATUS status) {
-    status->dwError = 0x800B0101u;
-    SetLastError(ERROR_INVALID_PARAMETER);
-    return FALSE;
-}
-
-// The nocheck report comes before the flags are read; each algorithm is hashed once a call.
+// The nocheck report comes before the flags are read; each algorithm is hashed once a call;
+// an inner policy that cannot run makes the callback FALSE, its status merged first.
 TEST(OcspPolicy, FlagsNocheckInnerFailureAndHashing) {
     for (bool nocheck : {false, true}) {
         Responder r(kEe, false, nocheck);
@@ -1043,7 +1037,8 @@ TEST(OcspPolicy, FlagsNocheckInnerFailureAndHashing) {
     EXPECT_EQ(std::make_tuple(call.ok, call.text, hashes() - before), std::make_tuple(TRUE, std::string(10, '1'), 4u));
     CertIds none;
     Call failing(none, false);
-    qvfake_set_pkup_hook(pkupFails, nullptr);
+    PkupScript fails{FALSE, ERROR_INVALID_PARAMETER, 0x800B0101u};  // an inner policy that cannot run
+    qvfake_set_pkup_hook(pkupHook, &fails);
     failing.run(r);
     EXPECT_EQ(std::make_tuple(failing.ok, failing.lastError, failing.status.dwError),
               std::make_tuple(FALSE, 0x80070057u, 0x800B0101u));
