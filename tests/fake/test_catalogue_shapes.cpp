@@ -101,8 +101,7 @@ TEST(CatalogueShapes, DecodeAndEncodeBack) {
         SCOPED_TRACE(std::string(r.type) + " " + r.in);
         EXPECT_EQ(d.status, r.status);
         EXPECT_EQ(d.dec.recorded(), r.status) << "the status is also the first one recorded";
-        if (r.status != 0) continue;
-        EXPECT_EQ(d.reencoded(), *r.out ? r.out : r.in);
+        EXPECT_EQ(r.status == 0 ? d.reencoded() : "", r.status == 0 ? (*r.out ? r.out : r.in) : "");
     }
 }
 
