@@ -106,7 +106,7 @@ TEST(CatalogueShapes, DecodeAndEncodeBack) {
 }
 
 // Where the cursor stands after a decode: inside a failed record, past end-of-contents markers.
-TEST(CatalogueShapes, CursorAfterDecoding) {
+TEST(CatalogueShapes, CursorAndOpenTypesAfterDecoding) {
     const std::string eoc = "3080020101a080300602010204010000000000";
     const struct { const char* type; std::string in; int status; ASN1UINT at; } rows[] = {
         {"Seq", "300d0201053006020101020102", RT_E_EXTRA_ELEMENT, 10},  // where the inner record failed
@@ -119,10 +119,7 @@ TEST(CatalogueShapes, CursorAfterDecoding) {
         EXPECT_EQ(d.status, r.status) << r.type;
         EXPECT_EQ(d.dec.at(), r.at) << r.type;
     }
-}
-
-// A decoded open type is what goes out; without one the raw octets do.
-TEST(CatalogueShapes, DecodedOpenTypesWinOverRawOctets) {
+    // A decoded open type is what goes out; without one the raw octets do.
     Decoding holder("Holder", "300706022a03020105");
     ASSERT_NE(holder.as<ASN1T_Holder>().value.decoded, nullptr);
     *(ASN1INT*)holder.as<ASN1T_Holder>().value.decoded = 7;

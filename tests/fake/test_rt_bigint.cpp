@@ -122,10 +122,26 @@ TEST_F(RtBigInt, StorageOfTheRecord) {
     // Decimal sizing comes from the digits after the leading zeros.
     EXPECT_EQ(2, set("0000000000255", 10).capacity);  // ((3 * 3402 >> 10) + 8) / 8
     EXPECT_EQ("1 16/16 1 4b3b4ca85a86c47a098a223fffffffff", state(set("99999999999999999999999999999999999999", 10)));
+    // A refused heap is recorded as NO_MEMORY.
+    rtBigIntFree(&ctxt, &value), rtErrReset(&ctxt.errInfo);
+    {
+        bertest::RationedAllocator none;
+        EXPECT_EQ(RT_E_NO_MEMORY, rtBigIntSetStr(&ctxt, &value, "0x7f", 0));
+        EXPECT_TRUE(value.mag == nullptr && value.capacity == 0);
+    }
+    EXPECT_EQ(RT_E_NO_MEMORY, ctxt.errInfo.status);
+    set("-255");
+    uint8_t room[4];
+    ASN1BigInt v{0, room, 0, 4, 0};
+    bertest::RationedAllocator none;
+    // The decimal text works on a heap copy; local storage that is large enough needs no heap.
+    EXPECT_EQ("NO_MEMORY recorded", text(value, 10));
+    EXPECT_EQ(0, rtBigIntSetStr(&ctxt, &v, "65535", 10));
+    EXPECT_EQ("00ffff", text(v, 16));
 }
 
-TEST_F(RtBigInt, DataLengthAndOctetsTable) {
-    const struct { const char* text; const char* octets; } cases[] = {
+TEST_F(RtBigInt, OctetsAndTextTables) {
+    const struct { const char* text; const char* octets; } octetCases[] = {
         {"0", "00"}, {"255", "00ff"}, {"127", "7f"}, {"128", "0080"}, {"-1", "ff"}, {"-128", "80"},
         {"-129", "ff7f"}, {"-255", "ff01"}, {"-256", "ff00"}, {"-32768", "8000"}, {"-32769", "ff7fff"},
         {"-65536", "ff0000"}, {"65535", "00ffff"}, {"0x0000", "0000"}, {"12345678901234567890", "00ab54a98ceb1f0ad2"},
@@ -133,12 +149,10 @@ TEST_F(RtBigInt, DataLengthAndOctetsTable) {
         // -0x800001 comes out one octet short, with the sign lost.
         {"-8388609", "7fffff"},
     };
-    for (const auto& c : cases) EXPECT_EQ(c.octets, data(set(c.text))) << c.text;
+    for (const auto& c : octetCases) EXPECT_EQ(c.octets, data(set(c.text))) << c.text;
     uint8_t out[3];
     EXPECT_EQ(2 * RT_E_TOO_LONG, rtBigIntGetData(&ctxt, &set("-32769"), out, 2) + ctxt.errInfo.status);
-}
 
-TEST_F(RtBigInt, ToStringTable) {
     // `capacity` 0: room enough. The digit count is an upper bound of each text that has no sign.
     const struct { const char* text; int radix; size_t capacity; const char* out; } cases[] = {
         // Fixed width of the two's-complement octets: positive values keep a leading 00.
@@ -189,23 +203,6 @@ TEST_F(RtBigInt, StrCompareTable) {
         EXPECT_EQ(c.result, rtBigIntStrCompare(&ctxt, c.a.c_str(), c.b.c_str())) << c.a.substr(0, 20) << " vs " << c.b.substr(0, 20);
         EXPECT_EQ(c.a.empty() ? RT_E_BAD_VALUE : 0, ctxt.errInfo.status);
     }
-}
-
-TEST_F(RtBigInt, RefusedHeapIsRecordedAsNoMemory) {
-    {
-        bertest::RationedAllocator none;
-        EXPECT_EQ(RT_E_NO_MEMORY, rtBigIntSetStr(&ctxt, &value, "0x7f", 0));
-        EXPECT_TRUE(value.mag == nullptr && value.capacity == 0);
-    }
-    EXPECT_EQ(RT_E_NO_MEMORY, ctxt.errInfo.status);
-    set("-255");
-    uint8_t local[4];
-    ASN1BigInt v{0, local, 0, 4, 0};
-    bertest::RationedAllocator none;
-    // The decimal text works on a heap copy; local storage that is large enough needs no heap.
-    EXPECT_EQ("NO_MEMORY recorded", text(value, 10));
-    EXPECT_EQ(0, rtBigIntSetStr(&ctxt, &v, "65535", 10));
-    EXPECT_EQ("00ffff", text(v, 16));
 }
 
 // INTEGER contents of real certificates (serial numbers, key moduli and exponents): the

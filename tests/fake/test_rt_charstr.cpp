@@ -98,22 +98,17 @@ TEST_F(RtCharStr, DeepCopies) {
         EXPECT_EQ(0, rtCopyOpenTypeExt(&ctxt, &src, &dst));
     }
     EXPECT_EQ("1:020101 ", listHex());
-}
 
-// With no heap, the copies fail; an empty record and copies into the caller's buffer need none.
-TEST_F(RtCharStr, RefusedHeapFailsTheCopies) {
+    // With no heap, the copies fail; an empty record and copies into the caller's buffer need none.
     bertest::RationedAllocator none;
-    const uint8_t octs[] = {1, 2, 3};
     ASN1TDynOctStr osrc{3, octs}, odst{}, oempty{0, octs};
-    char* text = nullptr;
+    char* textCopy = nullptr;
     const unsigned char utf8[] = "abc";
-    Asn132BitCharString ucs{};
-    uint8_t dst[3];
-    ASN1UINT n = 0;
+    Asn132BitCharString wide{};
     EXPECT_EQ((std::vector<int>{0, 1, 0, 1}),
               (std::vector<int>{rtCopyDynOctStr(&ctxt, &osrc, &odst), rtCopyDynOctStr(&ctxt, &oempty, &odst),
-                                rtCopyCharStr(&ctxt, "abc", &text), rtCopyOctStr(&ctxt, 3, octs, &n, dst)}));
-    EXPECT_TRUE(!rtUTF8Strdup(&ctxt, utf8) && !rtCToUCSString(&ctxt, "abc", &ucs, nullptr) && !text && !ucs.nchars);
+                                rtCopyCharStr(&ctxt, "abc", &textCopy), rtCopyOctStr(&ctxt, 3, octs, &count, buf)}));
+    EXPECT_TRUE(!rtUTF8Strdup(&ctxt, utf8) && !rtCToUCSString(&ctxt, "abc", &wide, nullptr) && !textCopy && !wide.nchars);
     EXPECT_EQ(0, ctxt.errInfo.status);
 }
 
@@ -228,62 +223,58 @@ TEST(RtUTF8, LengthAndConversionTable) {
               (std::vector<int>{(int)rtUTF8LenBytes(nullptr), rtUTF8Len(nullptr), rtUTF8ToWCS(nullptr, five.data(), out, 5),
                                 rtUTF8ToWCS(nullptr, five.data(), out, 4), rtUTF8ToWCS(nullptr, five.data(), out, 0),
                                 rtUTF8ToWCS(nullptr, empty.data(), out, 0)}));
-}
 
-TEST(RtWCSToUTF8, OctetsAndCapacity) {
-    // A one-octet character may fill the last place; a longer one needs one spare. Surrogates
+    // rtWCSToUTF8: a one-octet character may fill the last place; a longer one needs one spare. Surrogates
     // and values beyond 0x10FFFF are written like any other; none gets a terminator.
     const wchar_t odd[] = {0xD800, 0x7FFFFFFF, 0}, high[] = {L'a', static_cast<wchar_t>(0x80000000u), 0};
-    const struct { const wchar_t* text; size_t capacity; int result; const char* octets; } cases[] = {
+    const struct { const wchar_t* text; size_t capacity; int result; const char* octets; } back[] = {
         {L"h\u00E9\u20AC\U0001F600", 16, 10, "68c3a9e282acf09f9880"}, {odd, 16, 9, "eda080fdbfbfbfbfbf"},
         {high, 16, RT_E_BAD_UTF8, ""}, {L"A", 1, 1, "41"}, {L"AB", 1, -1, ""}, {L"\u00E9", 2, -1, ""},
         {L"\u00E9", 3, 2, "c3a9"}, {L"A\u00E9", 3, -1, ""}, {L"A\u00E9", 4, 3, "41c3a9"}, {L"", 0, 0, ""}};
-    for (const auto& c : cases) {
-        unsigned char out[17];
-        memset(out, '#', sizeof out);
-        const int n = rtWCSToUTF8(nullptr, c.text, c.text == high ? 2 : wcslen(c.text), out, c.capacity);
+    for (const auto& c : back) {
+        unsigned char octets[17];
+        memset(octets, '#', sizeof octets);
+        const int n = rtWCSToUTF8(nullptr, c.text, c.text == high ? 2 : wcslen(c.text), octets, c.capacity);
         EXPECT_EQ(c.result, n) << c.octets;
-        EXPECT_EQ(n < 0 ? "" : std::string(c.octets) + "23", n < 0 ? "" : lowerHex(out, (size_t)n + 1)) << c.octets;
+        EXPECT_EQ(n < 0 ? "" : std::string(c.octets) + "23", n < 0 ? "" : lowerHex(octets, (size_t)n + 1)) << c.octets;
     }
 }
 
 // Every UTF8String and BMPString of the corpus certificates and CMS messages: UTF-8 converts
-// to wide text and back octet for octet, and the counted strings copy deep and convert back.
+// to wide text and back octet for octet; BMP text copies deep and comes back through the
+// 32-bit form.
 TEST_F(RtCharStr, StringsOfRealCertificatesRoundTrip) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     size_t utf8 = 0, bmp = 0;
-    std::vector<std::string> files = testsupport::corpusFiles("cert"), cms = testsupport::corpusFiles("cms");
-    files.insert(files.end(), cms.begin(), cms.end());
-    for (const auto& path : files) {
-        bertest::forEachPrimitive(testsupport::readFile(path), [&](ASN1TAG tag, const uint8_t* data, size_t size) {
-            if (tag == ASN_ID_UTF8String) {
-                const Bytes text = z(testsupport::toHex(data, size));
-                const int len = rtUTF8Len(text.data());
-                if (std::find(data, data + size, 0) != data + size || len < 0)
-                    return;  // not ours to judge here
-                std::vector<wchar_t> wide(static_cast<size_t>(len) + 1);
-                ASSERT_EQ(len, rtUTF8ToWCS(&ctxt, text.data(), wide.data(), wide.size())) << path;
-                std::vector<unsigned char> back(size + 1);
-                ASSERT_EQ(static_cast<int>(size), rtWCSToUTF8(&ctxt, wide.data(), static_cast<size_t>(len), back.data(), back.size())) << path;
-                EXPECT_EQ(0, memcmp(back.data(), data, size)) << path;
-                ++utf8;
-            } else if (tag == ASN_ID_BMPString && size % 2 == 0) {
-                std::vector<uint16_t> units;
-                for (size_t i = 0; i < size; i += 2)
-                    units.push_back(static_cast<uint16_t>(data[i] << 8 | data[i + 1]));
-                Asn116BitCharString src{static_cast<ASN1UINT>(units.size()), units.data()}, dst{};
-                ASSERT_EQ(1, rtCopy16BitCharStr(&ctxt, &src, &dst)) << path;
-                // Through wide text and the 32-bit form, characters of the BMP stay.
-                std::wstring w(dst.data, dst.data + dst.nchars);
-                Asn132BitCharString ucs{};
-                ASSERT_NE(nullptr, rtWCSToUCSString(&ctxt, w.c_str(), &ucs, nullptr));
-                std::vector<wchar_t> out(w.size() + 1);
-                rtUCSToWCSString(&ucs, out.data(), out.size());
-                EXPECT_EQ(std::wstring(units.begin(), units.end()).substr(0, wcslen(w.c_str())), std::wstring(out.data())) << path;
-                ++bmp;
-            }
-        });
-    }
+    const auto visit = [&](ASN1TAG tag, const uint8_t* data, size_t size) {
+        std::vector<wchar_t> wide(size + 1);
+        if (tag == ASN_ID_UTF8String && std::find(data, data + size, 0) == data + size) {
+            const Bytes text = z(testsupport::toHex(data, size));
+            const int len = rtUTF8Len(text.data());
+            if (len < 0) return;  // not ours to judge here
+            std::vector<unsigned char> back(size + 1);
+            ASSERT_EQ(len, rtUTF8ToWCS(&ctxt, text.data(), wide.data(), wide.size()));
+            ASSERT_EQ((int)size, rtWCSToUTF8(&ctxt, wide.data(), (size_t)len, back.data(), back.size()));
+            EXPECT_EQ(0, memcmp(back.data(), data, size));
+            ++utf8;
+        } else if (tag == ASN_ID_BMPString && size % 2 == 0) {
+            std::vector<uint16_t> units;
+            for (size_t i = 0; i < size; i += 2) units.push_back(static_cast<uint16_t>(data[i] << 8 | data[i + 1]));
+            Asn116BitCharString src{static_cast<ASN1UINT>(units.size()), units.data()}, dst{};
+            Asn132BitCharString ucs{};
+            ASSERT_EQ(1, rtCopy16BitCharStr(&ctxt, &src, &dst));
+            const std::wstring w(dst.data, dst.data + dst.nchars);
+            ASSERT_NE(nullptr, rtWCSToUCSString(&ctxt, w.c_str(), &ucs, nullptr));
+            rtUCSToWCSString(&ucs, wide.data(), wide.size());
+            EXPECT_EQ(std::wstring(units.begin(), units.end()).substr(0, wcslen(w.c_str())), std::wstring(wide.data()));
+            ++bmp;
+        }
+    };
+    for (const char* sub : {"cert", "cms"})
+        for (const auto& path : testsupport::corpusFiles(sub)) {
+            SCOPED_TRACE(path);
+            bertest::forEachPrimitive(testsupport::readFile(path), visit);
+        }
     EXPECT_GT(utf8, 50u);
     EXPECT_GT(bmp, 0u);
     EXPECT_EQ(0, ctxt.errInfo.status);

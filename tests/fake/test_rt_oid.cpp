@@ -56,19 +56,17 @@ TEST(RtOidText, TextToArcsAndBack) {
         EXPECT_EQ(1, rtOidToStr(&v, buf.data(), buf.size() - 1));
         EXPECT_EQ(dotted(arcsOf(v)), buf.data());
     }
-    ASN1OBJID v{};
-    EXPECT_EQ(0, rtStrToOid(nullptr, &v) + rtStrToOid("1.2", nullptr) + (int)rtOidToStrLen(nullptr));
-}
+    ASN1OBJID none{};
+    EXPECT_EQ(0, rtStrToOid(nullptr, &none) + rtStrToOid("1.2", nullptr) + (int)rtOidToStrLen(nullptr));
 
-TEST(RtOidText, ArcsToTextByCapacity) {
-    bertest::LastErrorUntouched platformState;
+    // Arcs to text by capacity.
     const ASN1OBJID rsa = makeOid({1, 2, 840}), wide = makeOid({4294967295u, 0, 10});
-    const struct { ASN1OBJID value; size_t capacity; int result; const char* text; } cases[] = {
+    const struct { ASN1OBJID value; size_t capacity; int result; const char* text; } byCapacity[] = {
         {rsa, 64, 1, "1.2.840"}, {rsa, 7, 1, "1.2.840"}, {rsa, 6, 0, "1.2"}, {rsa, 3, 0, "1.2"}, {rsa, 2, 0, "1"},
         {rsa, 1, 0, "1"}, {rsa, 0, 0, ""}, {makeOid({}), 0, 1, ""}, {makeOid({0}), 1, 1, "0"},
         {wide, 15, 1, "4294967295.0.10"}, {wide, 11, 0, "4294967295"},
     };
-    for (const auto& c : cases) {
+    for (const auto& c : byCapacity) {
         SCOPED_TRACE(std::string(c.text) + " capacity " + std::to_string(c.capacity));
         std::vector<char> buf(c.capacity + 8, '#');
         EXPECT_EQ(c.result, rtOidToStr(&c.value, buf.data(), c.capacity));
@@ -120,10 +118,8 @@ TEST(RtOidValue, CopiesAndComparison) {
             EXPECT_EQ(c.equal ? 0x55 : 0, result);
         }
     }
-}
 
-TEST(RtOidValue, ClassFormsCopyOnlyTheCountedArcs) {
-    // Assignment leaves the slots behind the new count as they were.
+    // The class forms: assignment leaves the slots behind the new count as they were.
     const ASN1UINT arcs[] = {1, 2, 643, 2, 2};
     const ASN1TObjId gost(5, arcs);
     ASN1TObjId target(makeOid({9, 9, 9, 9, 9}));
