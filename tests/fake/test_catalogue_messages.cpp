@@ -1,7 +1,7 @@
 // The types of the catalogue (X.509 core and extensions, X.400, CMS, signature attributes,
 // OCSP, time stamps, DVCS, CMP, GOST): their quirks on hex vectors, and its size.
 #include "asn1data/catalogue.h"
-#include "ber_test_util.h"
+#include "d2_decoded.h"
 
 #include <cstdio>
 
@@ -22,22 +22,9 @@ std::string repeat(const std::string& unit, size_t n) {
 }
 std::string octets(size_t n) { return tlv("04", repeat("aa", n)); }
 
-struct Decoded {
-    Decoded(const char* type, const std::string& in) : dec(in), info(typeRegistry().find(type)) {
-        value = rtMemHeapAllocZ(&dec.c.typeHeap, (int)info->size);
-        status = info->decode(&dec.c, value, ASN1EXPL, 0);
-    }
-    std::string reencoded() {
-        int len = xe_setp(&dec.c, nullptr, 0);
-        if (len == 0) len = info->encode(&dec.c, value, ASN1EXPL);
-        return len < 0 ? "error " + std::to_string(len) : bertest::lowerHex(xe_getp(&dec.c), (size_t)len);
-    }
-    template <class T>
-    T& as() { return *static_cast<T*>(value); }
-    bertest::Dec dec;
-    const TypeInfo* info;
-    void* value;
-    int status;
+// A decode of a catalogue type by its name.
+struct Decoded : d2test::Decoded {
+    Decoded(const char* type, const std::string& in) : d2test::Decoded(typeRegistry().find(type), in) {}
 };
 
 const std::string kAlg = "300906052b0e03021a0500";  // SHA-1 with NULL parameters

@@ -2,7 +2,7 @@
 // and what the encoders write back. The types come from tests/asn1/shapes.asn, compiled
 // by the same generator as the catalogue.
 #include "asn1test/shapes.h"
-#include "ber_test_util.h"
+#include "d2_decoded.h"
 
 
 using namespace asn1test;
@@ -11,24 +11,9 @@ using testsupport::hex;
 
 namespace {
 
-// One decode of `type` over an exact-size copy of the input, kept for inspection.
-struct Decoding {
-    Decoding(const char* type, const std::string& in) : dec(in), info(typeRegistry().find(type)) {
-        value = rtMemHeapAllocZ(&dec.c.typeHeap, (int)info->size);
-        status = info->decode(&dec.c, value, ASN1EXPL, 0);
-    }
-    // The value written back on the decoder's own context, where its memory lives.
-    std::string reencoded() {
-        int len = xe_setp(&dec.c, nullptr, 0);
-        if (len == 0) len = info->encode(&dec.c, value, ASN1EXPL);
-        return len < 0 ? "error " + std::to_string(len) : bertest::lowerHex(xe_getp(&dec.c), (size_t)len);
-    }
-    template <class T>
-    T& as() { return *static_cast<T*>(value); }
-    Dec dec;
-    const asn1data::TypeInfo* info;
-    void* value = nullptr;
-    int status = 0;
+// A decode of a shape by its name.
+struct Decoding : d2test::Decoded {
+    Decoding(const char* type, const std::string& in) : Decoded(typeRegistry().find(type), in) {}
 };
 
 struct Row {
