@@ -16,14 +16,12 @@ class RtBigInt : public ::testing::Test {
 protected:
     void SetUp() override { ASSERT_EQ(0, rtInitContext(&ctxt, nullptr) + (rtBigIntInit(&value), 0)); }
     void TearDown() override { rtBigIntFree(&ctxt, &value), rtFreeContext(&ctxt); }
-    // Sign, octets in use of the capacity, heap flag, magnitude.
     static std::string state(const ASN1BigInt& v) {
         return std::to_string(v.sign) + " " + std::to_string(v.numOcts) + "/" + std::to_string(v.capacity) + " " +
                std::to_string(v.dynamic) + " " + mag(v);
     }
     static std::string mag(const ASN1BigInt& v) { return lowerHex(v.mag, v.numOcts > 0 ? (size_t)v.numOcts : 0); }
 
-    // The record of a text, which must convert.
     ASN1BigInt& set(const std::string& text, int radix = 0) {
         rtBigIntFree(&ctxt, &value);
         EXPECT_EQ(0, rtBigIntSetStr(&ctxt, &value, text.c_str(), radix)) << text;
@@ -53,19 +51,16 @@ protected:
 
 TEST_F(RtBigInt, SetStrRadixAndSignTable) {
     bertest::LastErrorUntouched platformState;
-    // The sign as +, - or 0 and the magnitude in hex, most significant first; or the
-    // status, which each failure records.
+    // Sign and magnitude in hex, or the status, which each failure records. Radix 0 reads a prefix.
     const struct { const char* text; int radix; const char* result; } cases[] = {
-        // Radix 0 takes its base from a prefix that opens with the digit 0.
         {"0b101", 0, "+05"}, {"0o17", 0, "+0f"}, {"017", 0, "+11"}, {"42", 0, "+2a"}, {"   42", 0, "+2a"},
         {"-42", 0, "-2a"}, {"0X1F", 0, "BAD_VALUE"}, {"0x", 0, "BAD_VALUE"}, {"0b", 0, "BAD_VALUE"},
         {"0o", 0, "BAD_VALUE"}, {"0b12", 0, "BAD_VALUE"}, {"", 0, "BAD_VALUE"}, {"   ", 0, "BAD_VALUE"},
-        // Hexadecimal and binary digits with a set top bit and no leading 0 are two's complement.
+        // Hex and binary digits with a set top bit and no leading 0 are two's complement.
         {"0xff", 0, "-01"}, {"0x0ff", 0, "+ff"}, {"0x80", 0, "-80"}, {"0xff00", 0, "-0100"}, {"0x7f", 0, "+7f"},
         {"0x123", 0, "+0123"}, {"0xABCDEF", 0, "-543211"}, {"0x0ABCDEF", 0, "+abcdef"},
         {"0xfff", 0, "+0fff"},  // odd digits: the first octet holds one digit
         {"0b10000000", 0, "-80"}, {"0b1000000", 0, "+40"}, {"0b110000000", 0, "+0180"},
-        // Zero octets only are kept as they are, with sign 1.
         {"0x00", 0, "+00"}, {"0x0000", 0, "+0000"}, {"0x000f", 0, "+0f"},
         // An explicit radix takes no prefix; radix 8 never reads two's complement.
         {"ff", 16, "-01"}, {"00ff", 16, "+ff"}, {"101", 2, "+05"}, {"17", 8, "+0f"}, {"777", 8, "+01ff"},
@@ -75,7 +70,6 @@ TEST_F(RtBigInt, SetStrRadixAndSignTable) {
         {"1g", 16, "BAD_VALUE"}, {"-5", 16, "BAD_VALUE"}, {"102", 2, "BAD_VALUE"}, {"19", 8, "BAD_VALUE"},
         {"1a", 10, "BAD_VALUE"}, {"12 ", 10, "BAD_VALUE"}, {"1-1", 10, "BAD_VALUE"}, {"-", 10, "BAD_VALUE"},
         {"-", 0, "BAD_VALUE"},
-        // Zero in the arithmetic radices has sign 0 and no octets.
         {"-0", 0, "0"}, {"0", 0, "0"}, {"000", 10, "0"}, {"-00", 8, "0"},
         // Each group of digits goes through the C library's conversion, which takes a sign of its own.
         {"+5", 10, "+05"},
@@ -153,9 +147,8 @@ TEST_F(RtBigInt, OctetsAndTextTables) {
     uint8_t out[3];
     EXPECT_EQ(2 * RT_E_TOO_LONG, rtBigIntGetData(&ctxt, &set("-32769"), out, 2) + ctxt.errInfo.status);
 
-    // `capacity` 0: room enough. The digit count is an upper bound of each text that has no sign.
+    // `capacity` 0: room enough. Radix 16 and 2 write the two's-complement octets at full width.
     const struct { const char* text; int radix; size_t capacity; const char* out; } cases[] = {
-        // Fixed width of the two's-complement octets: positive values keep a leading 00.
         {"255", 16, 0, "00ff"}, {"127", 16, 0, "7f"}, {"4095", 16, 0, "0fff"}, {"-1", 16, 0, "ff"},
         {"-128", 16, 0, "80"}, {"0", 16, 0, "00"}, {"0x00", 16, 0, "00"},
         {"12345678901234567890", 16, 0, "00ab54a98ceb1f0ad2"},
@@ -166,7 +159,6 @@ TEST_F(RtBigInt, OctetsAndTextTables) {
         {"100005", 10, 0, "100005"}, {"7", 10, 0, "7"}, {"12345678901234567890", 10, 0, "12345678901234567890"},
         {"-98765432109876543210987654321", 10, 0, "-98765432109876543210987654321"},
         {"511", 8, 0, "777"}, {"8", 8, 0, "10"}, {"64", 8, 0, "100"}, {"4096", 8, 0, "10000"},
-        // A negative value in octal is its two's complement, one octet longer.
         {"-1", 8, 0, "177777"}, {"-256", 8, 0, "77777400"},
         // Bit path: the digits made odd must fit, so 4 digits need 5 places; recorded.
         {"255", 16, 4, "TOO_LONG recorded"}, {"255", 16, 5, "00ff"}, {"-1", 16, 2, "TOO_LONG recorded"},
