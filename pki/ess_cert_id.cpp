@@ -1,5 +1,7 @@
 #include "pki/ess_cert_id.h"
 
+#include "pki/choice.h"
+
 #include <cstring>
 #include <new>
 

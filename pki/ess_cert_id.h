@@ -4,13 +4,14 @@
 #pragma once
 
 #include "pki/cert_id.h"
-#include "pki/choice.h"
 #include "pki/general_name.h"
 
 #include <list>
 
 namespace Quorvane {
 namespace ASN1 {
+
+class COtherHashImpl;
 
 class CIssuerSerial {
 public:
