@@ -52,7 +52,14 @@ TEST(PkiLanguageTag, NormalisedAndCompared) {
     EXPECT_EQ(CLanguageTag::normalize("De-CH_x1"), "de-ch_x1");
 }
 
-// The status string rides in a PKIStatusInfo of status 0: 3 L 020100 30 L 0C L text.
+// A PKIStatusInfo of status 0 whose text is one string of these UTF-8 bytes.
+std::string statusWith(const std::string& utf8) {
+    const size_t n = der(utf8).cbData();
+    char head[32];
+    std::snprintf(head, sizeof head, "30%02X02010030%02X0C%02X", unsigned(n + 7), unsigned(n + 2), unsigned(n));
+    return head + sq(utf8);
+}
+
 TEST(PkiFreeText, LanguageRunOnTheWire) {
     const struct {
         CPKIFreeText text;
@@ -65,14 +72,11 @@ TEST(PkiFreeText, LanguageRunOnTheWire) {
     for (const auto& r : rows) {
         CPKIStatusInfo info(pkiStatusGranted);
         info.put_statusString(r.text);
-        const size_t n = der(r.utf8).cbData();
-        char head[32];
-        std::snprintf(head, sizeof head, "30%02X02010030%02X0C%02X", unsigned(n + 7), unsigned(n + 2), unsigned(n));
-        EXPECT_EQ(hexOf(info.encode()), head + sq(r.utf8));
+        EXPECT_EQ(hexOf(info.encode()), statusWith(r.utf8));
     }
     // Parsing keeps the run in the text, so the next encoding writes a second one.
     CPKIStatusInfo info(pkiStatusGranted);
-    info.decode(der("301D020100 3018 0C16" + std::string(kRunRuRu) + "78"));
+    info.decode(der(statusWith(kRunRuRu + std::string("78"))));
     EXPECT_EQ(show(info.get_statusString()), "ru-ru:#######x|");
     info.decode(info.encode());
     EXPECT_EQ(show(info.get_statusString()), "ru-ru:##############x|");
@@ -84,15 +88,12 @@ TEST(PkiFreeText, LanguageRunOnTheWire) {
         {"E0B881 E0B9B2 78", "!80070057"},               // never closed
         {"E0B881", "!80070057"},
         {"78 E0B881", "*:x#|"},                          // a run only at the start
+        {"78 FF", "!8009310E"},
     };
     for (const auto& p : parsed) {
-        const CBlob utf8 = der(p.utf8);
-        char head[32];
-        std::snprintf(head, sizeof head, "30%02X02010030%02X0C%02X", unsigned(utf8.cbData() + 7),
-                      unsigned(utf8.cbData() + 2), unsigned(utf8.cbData()));
         CPKIStatusInfo decoded(pkiStatusGranted);
         EXPECT_EQ(outcome([&] {
-                      decoded.decode(der(head + hexOf(utf8)));
+                      decoded.decode(der(statusWith(p.utf8)));
                       return show(decoded.get_statusString());
                   }),
                   p.read)
