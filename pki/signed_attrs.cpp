@@ -31,10 +31,10 @@ template <class Derived, class List, class Traits, bool PoliciesReencode>
 CAttrCertificatesT<Derived, List, Traits, PoliciesReencode>&
 CAttrCertificatesT<Derived, List, Traits, PoliciesReencode>::operator=(const CAttrCertificatesT& other) {
     if (this != &other) {
-        Record* fresh = new Record(*other.m_record);
+        std::unique_ptr<Record> fresh(new Record(*other.m_record));
         CAttrValue::operator=(other);
         delete m_record;
-        m_record = fresh;
+        m_record = fresh.release();
     }
     return *this;
 }
