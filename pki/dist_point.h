@@ -68,7 +68,8 @@ public:
     void put_cRLIssuer(const CGeneralNames* cRLIssuer);
 
     CBlob encode() const;
-    // A name relative to the CRL issuer arrives here as an empty name: not supported.
+    // A name relative to the CRL issuer comes out as an empty name, whose copy reads
+    // through a null value: such points are not supported.
     void decode(const CBlob& blob);
 
 private:
