@@ -1,0 +1,207 @@
+// Certificate identifiers of the ESS and ETSI signing-certificate attributes: DER vectors,
+// the dropped default algorithm of ESSCertIDv2, the comparisons and the deep copies; and
+// the signing-certificate attributes of the corpus read and written back.
+#include "pki/ess_cert_id.h"
+#include "support/testsupport.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <functional>
+#include <map>
+
+using namespace Quorvane;
+using namespace Quorvane::ASN1;
+using testsupport::hexOf;
+
+namespace {
+
+CBlob der(const std::string& h) { return testsupport::blobOf(testsupport::hex(h)); }
+// The hex that f gives, or "!" and the HRESULT it throws.
+std::string outcome(const std::function<CBlob()>& f) {
+    try {
+        return hexOf(f());
+    } catch (const ATL::CAtlException& e) {
+        char text[16];
+        std::snprintf(text, sizeof text, "!%08X", static_cast<unsigned>(e.m_hr));
+        return text;
+    }
+}
+// Decoded from the wire and encoded again.
+template <class T>
+std::function<CBlob()> again(const std::string& wire) {
+    return [wire] { T v; v.decode(der(wire)); return v.encode(); };
+}
+const std::string kIssuer = "30153010A40E300C310A300806035504030C0161020105";  // CN=a, serial 5
+const char* const kSha1 = "1.3.14.3.2.26";
+CGeneralName dns(const wchar_t* text) { CGeneralName n; n.put_dNSName(text); return n; }
+CIssuerSerial issuer(const CGeneralNames& names, const char* serial = "05") {
+    const CBlob s = der(serial);
+    return CIssuerSerial(names, CBigInteger(s.pbData(), s.cbData()));
+}
+template <class T>
+T with(T value, const CIssuerSerial& is) { value.put_issuerSerial(&is); return value; }
+CAlgorithmIdentifier algorithm(const char* oid, const char* parameters) {
+    CAlgorithmIdentifier a(oid);
+    a.put_parameters(der(parameters));
+    return a;
+}
+
+TEST(CertIds, EncodeAndDecodeVectors) {
+    CIssuerSerial is;
+    is.decode(der(kIssuer));
+    const struct {
+        std::function<CBlob()> f;
+        std::string wire;
+    } rows[] = {
+        {[] { return CESSCertID(der("AABB")).encode(); }, "30040402AABB"},
+        {[&] { return with(CESSCertID(der("AABB")), is).encode(); }, "301B0402AABB" + kIssuer},
+        {[] { return CESSCertIDv2(der("AABB"), kSha1).encode(); }, "300D300706052B0E03021A0402AABB"},
+        {[&] { return with(CESSCertIDv2(der("AABB")), is).encode(); }, "301B0402AABB" + kIssuer},
+        {[] { return COtherHash(der("AABB")).encode(); }, "0402AABB"},
+        {[] { return COtherHash().encode(); }, "!80093101"},  // no alternative for the encoder
+        {[&] { return with(COtherCertID(der("AABB"), kSha1), is).encode(); }, "3026300D300706052B0E03021A0402AABB" + kIssuer},
+        {[] { return COtherCertID().encode(); }, "!80093101"},
+        {[] { return CIssuerSerial().encode(); }, "!80093101"},  // GeneralNames has SIZE (1..MAX)
+        {[] { return CESSCertIDv2(der("AA"), CAlgorithmIdentifier()).encode(); }, "!80093101"},
+        // Decoded and encoded again.
+        {again<CIssuerSerial>("3013300D8205616C70686182046265746102020080"), "3013300D8205616C70686182046265746102020080"},
+        {again<CESSCertIDv2>("3013300D060960864801650304020105000402AABB"), "30040402AABB"},  // default dropped
+        {again<COtherHash>("300D300706052B0E03021A0402AABB"), "300D300706052B0E03021A0402AABB"},
+        {again<COtherCertID>("30040402AABB"), "30040402AABB"},
+        {again<CIssuerSerial>("30193010A40E300C310A300806035504030C0161020105030200AA"), kIssuer},  // issuerUID lost
+        {again<CESSCertID>("0401AA"), "!80093101"},
+        {again<CESSCertID>("30180402AABB3012300DA00B06032A0304A0040C026869020105"), "!80070057"},  // otherName
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(outcome(row.f), row.wire) << &row - rows;
+}
+
+TEST(CertIds, DefaultAlgorithmOfV2IsNeverWritten) {
+    CESSCertIDv2 fresh, decoded = with(CESSCertIDv2(), issuer({dns(L"x")}));
+    EXPECT_STREQ(fresh.get_hashAlgorithm().get_algorithm(), "2.16.840.1.101.3.4.2.1");
+    EXPECT_EQ(hexOf(fresh.encode()), "30020400");
+    decoded.put_hashAlgorithm(CAlgorithmIdentifier(kSha1));
+    decoded.decode(fresh.encode());
+    EXPECT_EQ(decoded.get_hashAlgorithm(), CAlgorithmIdentifier("2.16.840.1.101.3.4.2.1")) << "supplied on decoding";
+    EXPECT_EQ(decoded, fresh) << "an absent issuer and serial removes the one there was";
+    // Parameters on the default go with it.
+    const CESSCertIDv2 withNull(der("AABB"), algorithm("2.16.840.1.101.3.4.2.1", "0500"));
+    EXPECT_EQ(hexOf(withNull.encode()), "30040402AABB");
+    decoded.decode(withNull.encode());
+    EXPECT_NE(decoded, withNull);
+    EXPECT_EQ(decoded.get_hashAlgorithm().get_parameters().cbData(), 0u);
+}
+
+TEST(CertIds, Comparisons) {
+    const CGeneralNames ab{dns(L"alpha"), dns(L"beta")}, ba{dns(L"beta"), dns(L"alpha")};
+    const CESSCertID hashed(der("AABB"));
+    const COtherHashAlgAndValue plain(der("AABB"), CAlgorithmIdentifier(kSha1));
+    const COtherHash sha1(der("AABB")), other(plain), otherNull(COtherHashAlgAndValue(der("AABB"), algorithm(kSha1, "0500")));
+    const COtherCertID id(der("AABB"), CAlgorithmIdentifier(kSha1)), idNull(der("AABB"), algorithm(kSha1, "0500"));
+    const struct {
+        bool got, expected;
+        const char* what;
+    } rows[] = {
+        {issuer(ab) == issuer(ab), true, "same names, same serial"},
+        {issuer(ab) != issuer(ba), true, "names in swapped order"},
+        {issuer(ab) == issuer({dns(L"apple"), dns(L"bravo")}), true, "names by their first character"},
+        {issuer(ab) != issuer({dns(L"alpha")}), true, "one name more"},
+        {issuer(ab, "0005") == issuer(ab), true, "serials by value"},
+        {issuer(ab, "06") == issuer(ab), false, "another serial"},
+        {hashed == with(hashed, issuer(ab)) || !(hashed != with(hashed, issuer(ab))), false, "one side lacks issuer"},
+        {with(hashed, issuer(ab)) == with(hashed, issuer(ab)), true, "both with issuer"},
+        {hashed == CESSCertID(der("AABC")), false, "another hash"},
+        {CESSCertIDv2(der("AA")) == CESSCertIDv2(der("AA"), CAlgorithmIdentifier(kSha1)), false, "v2 by algorithm"},
+        {sha1 == other || !(sha1 != other), false, "sha1Hash against otherHash of the same bytes"},
+        {sha1.compare_hashValue(other), false, "the same, by hash value"},
+        {other == otherNull || !(other != otherNull), false, "otherHash under other parameters"},
+        {other.compare_hashValue(otherNull), true, "the same, by hash value"},
+        {COtherHash() == COtherHash(), true, "two empty choices"},
+        {id == idNull || !(id != idNull), false, "certificate ids under other parameters"},
+        {id.compare_noHashParam(idNull), true, "the same, without the parameters"},
+        {id.compare_noHashParam(with(idNull, issuer(ab))), false, "the same, one without issuer"},
+        {COtherCertID(der("AABB")) == COtherCertID(der("AABB")), true, "sha1Hash ids"},
+    };
+    for (const auto& row : rows)
+        EXPECT_EQ(row.got, row.expected) << row.what;
+}
+
+TEST(CertIds, CopiesAreDeep) {
+    const CIssuerSerial is = issuer({dns(L"a.example")});
+    CESSCertIDv2 v2 = with(CESSCertIDv2(der("AA")), is), copy(v2);
+    const CIssuerSerial* before = v2.get_issuerSerial();
+    EXPECT_NE(copy.get_issuerSerial(), before);
+    v2 = v2;
+    EXPECT_EQ(v2.get_issuerSerial(), before) << "assignment to itself does nothing";
+    v2.put_issuerSerial(nullptr);
+    EXPECT_TRUE(v2.get_issuerSerial() == nullptr && copy.get_issuerSerial() != nullptr);
+    COtherCertID id(der("AABB")), other(der("CC"), CAlgorithmIdentifier(kSha1));
+    other = id;
+    EXPECT_NE(other.get_otherCertHash().get_sha1Hash(), id.get_otherCertHash().get_sha1Hash()) << "nothing shared";
+    EXPECT_EQ(other, id);
+    CESSCertIDList list{CESSCertID(der("AA")), with(CESSCertID(der("BB")), is)}, back{CESSCertID()};
+    asn1Decode<ASN1T_ESSCertIDList_traits, CESSCertIDList>(asn1Encode<ASN1T_ESSCertIDList_traits, CESSCertIDList>(list), back);
+    EXPECT_EQ(back, list) << "a decoded list replaces what was there";
+}
+
+// The certs list of a decoded SigningCertificate(V2), through the object model and back;
+// true when the result stands verbatim in the attribute value as it came.
+template <class Traits, class Attribute>
+bool listRoundTrip(const asn1data::Asn1TObject& value, int& count) {
+    typename Traits::List list;
+    asn1Decode<Traits, typename Traits::List>(asn1EncodeT<Traits>(static_cast<Attribute*>(value.decoded)->certs), list);
+    count += static_cast<int>(list.size());
+    const CBlob back = asn1Encode<Traits, typename Traits::List>(list);
+    return std::search(value.data, value.data + value.numocts, back.pbData(), back.pbData() + back.cbData()) ==
+           value.data + 2 + (value.data[1] & 0x80 ? value.data[1] & 0x7F : 0);
+}
+
+// Every signingCertificate and signingCertificateV2 in the signed attributes of the
+// signer infos of the corpus's signed messages and time-stamp tokens.
+TEST(PkiCertIdsCorpus, SigningCertificateAttributesGoBackUnchanged) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    std::map<std::string, int> counts;
+    for (const char* kind : {"cms-signed", "tsp-response"}) {
+        for (const std::string& path : testsupport::corpusByKind(kind)) {
+            const std::vector<uint8_t> bytes = testsupport::readFile(path);
+            ASN1BERDecodeBuffer buffer(bytes.data(), static_cast<int>(bytes.size()));
+            asn1data::ASN1T_TimeStampResp resp;
+            const bool cms = std::strcmp(kind, "cms-signed") == 0;
+            const int stat = cms ? asn1data::ASN1C_ContentInfo(buffer, resp.timeStampToken).Decode()
+                                 : asn1data::ASN1C_TimeStampResp(buffer, resp).Decode();
+            if (stat < 0 || (!cms && !resp.m.timeStampTokenPresent) ||
+                std::strcmp(toOID(resp.timeStampToken.contentType).c_str(), "1.2.840.113549.1.7.2") != 0) {
+                ++counts[stat < 0 ? "messages the catalogue refuses" : "messages without signed data"];
+                continue;
+            }
+            const auto* sd = static_cast<const asn1data::ASN1T_SignedData*>(resp.timeStampToken.content.decoded);
+            for (const Asn1RTDListNode* n = sd->signerInfos.head; n != nullptr; n = n->next) {
+                const auto& info = *static_cast<const asn1data::ASN1T_SignerInfo*>(n->data);
+                for (const Asn1RTDListNode* a = info.signedAttrs.head; info.m.signedAttrsPresent && a; a = a->next) {
+                    const auto& attr = *static_cast<const asn1data::ASN1T_Attribute*>(a->data);
+                    const std::string oid = toOID(attr.type).c_str();
+                    const bool v1 = oid == "1.2.840.113549.1.9.16.2.12";
+                    if (!v1 && oid != "1.2.840.113549.1.9.16.2.47")
+                        continue;
+                    for (const Asn1RTDListNode* v = attr.values.head; v != nullptr; v = v->next) {
+                        const auto& value = *static_cast<const asn1data::Asn1TObject*>(v->data);
+                        int& ids = counts[v1 ? "ESSCertID" : "ESSCertIDv2"];
+                        const bool same =
+                            v1 ? listRoundTrip<ASN1T_ESSCertIDList_traits, asn1data::ASN1T_SigningCertificate>(value, ids)
+                               : listRoundTrip<ASN1T_ESSCertIDv2List_traits, asn1data::ASN1T_SigningCertificateV2>(value, ids);
+                        EXPECT_TRUE(same) << path;
+                        ++counts[std::string(v1 ? "signingCertificate" : "signingCertificateV2") +
+                                 (same ? " attributes, same bytes" : " attributes, changed")];
+                    }
+                }
+            }
+        }
+    }
+    for (const auto& c : counts)
+        std::printf("signing certificates of the corpus: %-45s %d\n", c.first.c_str(), c.second);
+    EXPECT_GT(counts["signingCertificate attributes, same bytes"], 0);
+    EXPECT_GT(counts["signingCertificateV2 attributes, same bytes"], 0);
+}
+
+}  // namespace
