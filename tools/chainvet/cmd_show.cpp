@@ -115,15 +115,45 @@ std::string nameText(const CBlob& encoded) {
     return nameText(name);
 }
 
+std::string ipText(const CBlob& address) {
+    const unsigned char* p = address.pbData();
+    char part[8];
+    std::string out;
+    if (address.cbData() == 4 || address.cbData() == 8) {
+        for (unsigned long i = 0; i < address.cbData(); ++i) {
+            std::snprintf(part, sizeof part, "%u", p[i]);
+            out += (i == 0 ? "" : i == 4 ? "/" : ".") + std::string(part);
+        }
+        return out;
+    }
+    if (address.cbData() != 16 && address.cbData() != 32) return hex(address);
+    for (unsigned long i = 0; i < address.cbData(); i += 2) {
+        std::snprintf(part, sizeof part, "%X", (p[i] << 8) | p[i + 1]);
+        out += (i == 0 ? "" : i == 16 ? "/" : ":") + std::string(part);
+    }
+    return out;
+}
+
+// From the getters, not toString(): toString() writes one character of a text name and has
+// no form for an address.
 std::string generalNameText(const CGeneralName& name) {
     try {
-        if (name.get_type() == CGeneralName::directoryName && name.get_directoryName())
-            return "DirName:" + nameText(*name.get_directoryName());
-        return utf8(name.toString().c_str());
+        switch (name.get_type()) {
+        case CGeneralName::rfc822Name: return "email:" + utf8(name.get_rfc822Name());
+        case CGeneralName::dNSName: return "DNS:" + utf8(name.get_dNSName());
+        case CGeneralName::uniformResourceIdentifier: return "URI:" + utf8(name.get_uniformResourceIdentifier());
+        case CGeneralName::registeredID: return "Registered ID:" + utf8(name.get_registeredID());
+        case CGeneralName::iPAddress: return "IP Address:" + ipText(*name.get_iPAddress());
+        case CGeneralName::directoryName: {
+            // A decoded iPAddress is held as a directory name: the address bytes, no Name.
+            const CBlob& bytes = *name.get_directoryName();
+            if (bytes.cbData() > 0 && bytes.pbData()[0] == 0x30) return "DirName:" + nameText(bytes);
+            return "IP Address:" + ipText(bytes);
+        }
+        default: return "(general name of type " + std::to_string(name.get_type()) + ")";
+        }
     } catch (const ATL::CAtlException& e) {
         return "(no text form, " + errorText(e) + ")";
-    } catch (const std::exception& e) {
-        return std::string("(no text form, ") + e.what() + ")";
     }
 }
 
@@ -155,7 +185,9 @@ std::string timeText(const ad::ASN1T_Time& src) {
         ASN1T_Time_traits::get(src, time);
         if (const Quorvane::CDateTime* t = time.get_time()) return t->getGeneralizedTime().c_str();
     } catch (const ATL::CAtlException& e) {
-        return "(not read, " + errorText(e) + ")";
+        // A date the library cannot hold (a year past its range, a bad field) as written.
+        const char* text = src.t == 1 ? src.u.utcTime : src.u.generalTime;
+        return std::string(text ? text : "") + " (as written; not read, " + errorText(e) + ")";
     }
     return "(absent)";
 }
@@ -357,7 +389,19 @@ void printExtensions(ASN1CTXT* ctxt, const ad::ASN1T_Extensions& src, const char
         try {
             printExtensionValue(ctxt, ext, indent);
         } catch (const ATL::CAtlException& e) {
-            std::printf("%s        not decoded, %s: %s\n", indent, errorText(e).c_str(), hex(ext.get_value()).c_str());
+            // The object model refuses some general names (otherName, x400Address); the
+            // catalogue's tree still shows them.
+            const std::string oid = ext.get_oid();
+            const ad::TypeInfo* names = oid == "2.5.29.17" || oid == "2.5.29.18" ? reg().find("GeneralNames") : nullptr;
+            const std::string in = std::string(indent) + "        ";
+            std::printf("%snot read by the object model, %s\n", in.c_str(), errorText(e).c_str());
+            const void* tree = names ? decodeInner<void>(ctxt, "GeneralNames", ext.get_value().pbData(),
+                                                         ext.get_value().cbData(), in.c_str())
+                                     : nullptr;
+            if (tree)
+                printIndented(ad::describeValue(reg(), *names, tree, ad::DescribeForm::Text), in.c_str());
+            else
+                std::printf("%s%s\n", in.c_str(), hex(ext.get_value()).c_str());
         }
     }
 }
