@@ -275,16 +275,6 @@ void forEach(const Asn1RTDList& list, F f) {
 
 // ---- Extensions ---------------------------------------------------------------------------------
 
-// Extensions with no object-model class, shown from the catalogue's decoded value.
-struct CatalogueView {
-    const char* oid;
-    const char* type;
-};
-const CatalogueView kCatalogueViews[] = {
-    {"2.5.29.14", "SubjectKeyIdentifier"}, {"2.5.29.20", "CRLNumber"},
-    {"2.5.29.27", "CRLNumber"},            {"2.5.29.35", "AuthorityKeyIdentifier"},
-};
-
 void printKeyUsage(const ad::ASN1T_KeyUsage& usage, const std::string& in) {
     static const char* const kBits[] = {"Digital Signature", "Non Repudiation", "Key Encipherment",
                                         "Data Encipherment", "Key Agreement",   "Certificate Sign",
@@ -364,12 +354,17 @@ void printExtensionValue(ASN1CTXT* ctxt, const CExtension& ext, const std::strin
         if (period.get_notBefore()) std::printf("%sNot Before: %s\n", in, period.get_notBefore()->getGeneralizedTime().c_str());
         if (period.get_notAfter()) std::printf("%sNot After : %s\n", in, period.get_notAfter()->getGeneralizedTime().c_str());
     } else {
-        for (const CatalogueView& v : kCatalogueViews) {
-            const ad::TypeInfo* type = v.oid == oid ? reg().find(v.type) : nullptr;
-            if (type == nullptr) continue;
-            if (const void* decoded = decodeInner<void>(ctxt, v.type, value.pbData(), value.cbData(), in))
-                printIndented(ad::describeValue(reg(), *type, decoded, ad::DescribeForm::Text), in);
-            return;
+        // Any other extension the catalogue knows (key identifiers, CRL numbers, ...) as the
+        // tree of its decoded value.
+        ASN1OBJID id;
+        const ad::ObjectInfo* object = str2oid(oid.c_str(), &id) == 0 ? reg().object("ExtensionSet", id) : nullptr;
+        if (object && object->value) {
+            const Decoded d = decodeAs(ctxt, *object->value, value.pbData(), value.cbData());
+            if (d.status == 0) {
+                printIndented(ad::describeValue(reg(), *object->value, d.value, ad::DescribeForm::Text), in);
+                return;
+            }
+            std::printf("%srefused, status %s, at octet %u\n", in, statusText(d.status).c_str(), d.consumed);
         }
         std::printf("%s%s\n", in, hex(value).c_str());
     }
