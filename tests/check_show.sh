@@ -1,0 +1,40 @@
+#!/bin/sh
+# chainvet show: exact lines of the leaf fixture, the exit statuses, then every corpus
+# certificate, CRL, OCSP response, time-stamp reply and CMS signed message that dump decodes
+# must show with status 0. Usage: check_show.sh CHAINVET CORPUS_DIR
+set -u
+tool=$1 corpus=$2
+here=$(cd "$(dirname "$0")" && pwd)
+fail=0
+out=$("$tool" show "$here/fixtures/pki/leaf.der") || { echo "leaf: exit $?"; fail=1; }
+for line in "    Serial Number: 0x67C19515A744F3C5" "    Subject: O=chainvet demo,CN=demo.example" \
+    "    Issuer: O=chainvet demo,CN=Demo Intermediate CA" "        Not After : 21261030073436Z" \
+    "            Digital Signature, Non Repudiation" "            CA:FALSE"; do
+    printf '%s\n' "$out" | grep -qxF "$line" || { echo "leaf: no line '$line'"; fail=1; }
+done
+tmp=$(mktemp)
+trap 'rm -f "$tmp"' EXIT
+printf '\060\003\002\001' > "$tmp"
+for want in "1 $tmp" "2 /nonexistent/file" "64 --bogus" "64"; do
+    set -- $want
+    "$tool" show ${2:-} >/dev/null 2>&1
+    got=$?
+    [ "$got" = "$1" ] || { echo "show ${2:-}: exit $got, wanted $1"; fail=1; }
+done
+if [ ! -f "$corpus/MANIFEST.tsv" ]; then
+    echo "SKIP: corpus loop skipped, no $corpus/MANIFEST.tsv"
+    [ $fail = 0 ] && exit 77
+    exit 1
+fi
+counts=$(mktemp)
+trap 'rm -f "$tmp" "$counts"' EXIT
+tail -n +2 "$corpus/MANIFEST.tsv" | while IFS="$(printf '\t')" read -r path sum kind rest; do
+    case $kind in cert | crl | ocsp-response | tsp-response | cms-signed) ;; *) continue ;; esac
+    "$tool" dump "$corpus/$path" >/dev/null 2>&1 || continue
+    "$tool" show "$corpus/$path" >/dev/null 2>"$tmp"
+    status=$?
+    [ $status = 0 ] || { echo "FAIL $kind $path: exit $status"; cat "$tmp"; }
+    echo "$kind $status" >> "$counts"
+done | grep FAIL -A3 && fail=1
+sort "$counts" | uniq -c
+exit $fail
