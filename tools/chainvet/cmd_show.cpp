@@ -203,6 +203,15 @@ std::string algorithmText(const ad::ASN1T_AlgorithmIdentifier& src) {
     return oidText(alg.get_algorithm());
 }
 
+// RFC 5280 CRLReason.
+std::string reasonText(unsigned reason) {
+    static const char* const kNames[] = {"unspecified",          "keyCompromise",   "cACompromise",
+                                         "affiliationChanged",   "superseded",      "cessationOfOperation",
+                                         "certificateHold",      "(7)",             "removeFromCRL",
+                                         "privilegeWithdrawn",   "aACompromise"};
+    return reason < 11 ? kNames[reason] : std::to_string(reason);
+}
+
 // Every line of a multi-line text under the given indent.
 void printIndented(const std::string& text, const char* indent) {
     size_t start = 0;
@@ -339,7 +348,7 @@ void printExtensionValue(ASN1CTXT* ctxt, const CExtension& ext, const std::strin
     } else if (oid == "2.5.29.21") {
         CExtCRLReason reason(value);
         reason.decode();
-        std::printf("%s%u\n", in, static_cast<unsigned>(reason.get_reason()));
+        std::printf("%s%s\n", in, reasonText(reason.get_reason()).c_str());
     } else if (oid == "2.5.29.24") {
         CExtInvalidityDate date(value);
         date.decode();
@@ -463,8 +472,7 @@ void showBasicOcsp(ASN1CTXT* ctxt, const ad::ASN1T_BasicOCSPResponse& basic) {
         if (r.certStatus.t == 2 && r.certStatus.u.revoked) {
             std::printf("        Revocation Time: %s\n", timeText(r.certStatus.u.revoked->revocationTime).c_str());
             if (r.certStatus.u.revoked->m.revocationReasonPresent)
-                std::printf("        Revocation Reason: %u\n",
-                            static_cast<unsigned>(r.certStatus.u.revoked->revocationReason));
+                std::printf("        Revocation Reason: %s\n", reasonText(r.certStatus.u.revoked->revocationReason).c_str());
         }
         std::printf("        This Update: %s\n", timeText(r.thisUpdate).c_str());
         if (r.m.nextUpdatePresent) std::printf("        Next Update: %s\n", timeText(r.nextUpdate).c_str());
@@ -614,7 +622,10 @@ void showTimeStampResp(ASN1CTXT* ctxt, const ad::ASN1T_TimeStampResp& resp) {
     try {
         CPKIStatusInfo status(pkiStatusGranted);
         ASN1T_PKIStatusInfo_traits::get(resp.status, status);
-        std::printf("    Status: %u\n", static_cast<unsigned>(status.get_pkiStatus()));
+        static const char* const kStatus[] = {"granted", "grantedWithMods", "rejection", "waiting",
+                                              "revocationWarning", "revocationNotification", "keyUpdateWarning"};
+        const unsigned value = status.get_pkiStatus();
+        std::printf("    Status: %s\n", value < 7 ? kStatus[value] : std::to_string(value).c_str());
         for (const CPKIFreeTextString& s : status.get_statusString())
             std::printf("    Status String: %s\n", utf8(s.get_value()).c_str());
         if (resp.status.m.failInfoPresent) std::printf("    Failure Info: 0x%X\n", status.get_failureInfo().get_value());
