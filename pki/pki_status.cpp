@@ -325,9 +325,9 @@ void ASN1T_PKIFailureInfo_traits::set(ASN1CTXT*, ASN1_T& dst, const CPKIFailureI
 }
 
 void ASN1T_PKIFailureInfo_traits::get(const ASN1_T& src, CPKIFailureInfo& dst) {
+    // Every bit up to the count is written, so a bit clear on the wire clears the value's.
     for (unsigned int i = 0; i < src.numbits; ++i)
-        if (rtTestBit(src.data, src.numbits, i))
-            dst.put_bit(i, true);
+        dst.put_bit(i, rtTestBit(src.data, src.numbits, i) != 0);
 }
 
 void ASN1T_PKIStatusInfo_traits::set(ASN1CTXT* ctxt, ASN1_T& dst, const CPKIStatusInfo& src) {
