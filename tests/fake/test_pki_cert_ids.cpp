@@ -2,6 +2,7 @@
 // the dropped default algorithm of ESSCertIDv2, the comparisons and the deep copies; and
 // the signing-certificate attributes of the corpus read and written back.
 #include "pki/ess_cert_id.h"
+#include "pki_test_util.h"
 #include "support/testsupport.h"
 
 #include <algorithm>
@@ -16,17 +17,8 @@ using testsupport::hexOf;
 
 namespace {
 
-CBlob der(const std::string& h) { return testsupport::blobOf(testsupport::hex(h)); }
-// The hex that f gives, or "!" and the HRESULT it throws.
-std::string outcome(const std::function<CBlob()>& f) {
-    try {
-        return hexOf(f());
-    } catch (const ATL::CAtlException& e) {
-        char text[16];
-        std::snprintf(text, sizeof text, "!%08X", static_cast<unsigned>(e.m_hr));
-        return text;
-    }
-}
+using pkitest::der;
+using pkitest::outcome;
 // Decoded from the wire and encoded again.
 template <class T>
 std::function<CBlob()> again(const std::string& wire) {

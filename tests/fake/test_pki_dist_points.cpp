@@ -1,6 +1,7 @@
 // Distribution points on DER vectors, and the CRL distribution points, freshest CRL and
 // issuing distribution point names of the corpus read and written back.
 #include "pki/dist_point.h"
+#include "pki_test_util.h"
 #include "support/testsupport.h"
 
 #include <cstdio>
@@ -13,12 +14,8 @@ using testsupport::hexOf;
 
 namespace {
 
-CBlob der(const std::string& h) { return testsupport::blobOf(testsupport::hex(h)); }
-// The hex that f gives, or "!" and the HRESULT it throws.
-std::string outcome(const std::function<CBlob()>& f) {
-    char text[16];
-    try { return hexOf(f()); } catch (const ATL::CAtlException& e) { return std::snprintf(text, sizeof text, "!%08X", unsigned(e.m_hr)), text; }
-}
+using pkitest::der;
+using pkitest::outcome;
 template <class T, class Traits> std::function<CBlob()> again(const std::string& wire) {
     return [wire] { T v; asn1Decode<Traits>(der(wire), v); return asn1Encode<Traits>(v); };
 }

@@ -2,6 +2,7 @@
 // the typed values on DER vectors with the time forms the parser lets through, and the
 // extensions of every certificate of the corpus.
 #include "pki/extension.h"
+#include "pki_test_util.h"
 #include "support/testsupport.h"
 
 #include <algorithm>
@@ -15,10 +16,7 @@ using testsupport::hexOf;
 
 namespace {
 
-CBlob der(std::string h) {
-    h.erase(std::remove(h.begin(), h.end(), ' '), h.end());
-    return testsupport::blobOf(testsupport::hex(h));
-}
+using pkitest::der;
 // A GeneralizedTime, bare or with tag 80 or 81 as a field of PrivateKeyUsagePeriod.
 std::string gt(const std::string& text, const char* tag = "18") {
     const uint8_t len = static_cast<uint8_t>(text.size());

@@ -3,6 +3,7 @@
 // signed attributes of the corpus's signed messages and time-stamp tokens read and
 // written back.
 #include "pki/signed_attrs.h"
+#include "pki_test_util.h"
 #include "support/testsupport.h"
 
 #include <cstdio>
@@ -16,13 +17,8 @@ using testsupport::hexOf;
 
 namespace {
 
-CBlob der(const std::string& h) { return testsupport::blobOf(testsupport::hex(h)); }
-// The hex that f gives, or "!" and the HRESULT it throws.
-std::string outcome(const std::function<CBlob()>& f) {
-    char text[16];
-    try { return hexOf(f()); } catch (const ATL::CAtlException& e) { std::snprintf(text, sizeof text, "!%08X", unsigned(e.m_hr)); }
-    return text;
-}
+using pkitest::der;
+using pkitest::outcome;
 // A time element: its tag and length in hex, then its text.
 std::string timeDer(const char* tagLength, const std::string& text) {
     return tagLength + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), text.size());

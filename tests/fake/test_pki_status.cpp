@@ -2,6 +2,7 @@
 // lookups by language that find only empty texts, failure bits and reason flags on the
 // wire, type-and-value lists, certificate identifiers and revocation announcements.
 #include "pki/pki_status.h"
+#include "pki_test_util.h"
 #include "support/testsupport.h"
 
 #include <algorithm>
@@ -14,10 +15,7 @@ using testsupport::hexOf;
 
 namespace {
 
-CBlob der(std::string h) {
-    h.erase(std::remove(h.begin(), h.end(), ' '), h.end());
-    return testsupport::blobOf(testsupport::hex(h));
-}
+using pkitest::der;
 std::string sq(const std::string& h) { return hexOf(der(h)); }
 std::string gt(const std::string& text) {
     return "180F" + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), text.size());
