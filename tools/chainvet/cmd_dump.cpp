@@ -1,5 +1,6 @@
 // chainvet dump: a DER, BER or PEM file decoded by the catalogue's decoder of one type and
 // printed as a tree of its fields (or as JSON); optionally re-encoded by its encoder.
+#include "catalogue_read.h"
 #include "command.h"
 
 #include "asn1data/catalogue.h"
@@ -82,34 +83,6 @@ bool fromPem(const std::vector<unsigned char>& in, std::vector<unsigned char>& d
 }
 
 // One decoding attempt on a context of its own; the record lives in the context's heap.
-struct Decoded {
-    const asn1data::TypeInfo* type = nullptr;
-    int status = 0;
-    ASN1UINT consumed = 0;
-    void* value = nullptr;
-};
-
-Decoded decodeAs(ASN1CTXT* ctxt, const asn1data::TypeInfo& type, const std::vector<unsigned char>& der) {
-    Decoded d;
-    d.type = &type;
-    d.value = rtMemHeapAllocZ(&ctxt->typeHeap, (int)type.size);
-    if (d.value == nullptr) {
-        d.status = RT_E_NO_MEMORY;
-        return d;
-    }
-    d.status = xd_setp(ctxt, der.data(), (int)der.size(), nullptr, nullptr);
-    if (d.status == 0) d.status = type.decode(ctxt, d.value, ASN1EXPL, 0);
-    d.consumed = ctxt->bufIndex;
-    return d;
-}
-
-std::string statusText(int status) {
-    std::string s = std::to_string(status);
-    const char* name = asn1data::statusName(status);
-    if (*name) s += std::string(" ") + name;
-    return s;
-}
-
 int run(const std::vector<std::string>& args) {
     std::string typeName, derOut, file;
     bool json = false;
@@ -153,25 +126,8 @@ int run(const std::vector<std::string>& args) {
         std::fprintf(stderr, "chainvet dump: no memory\n");
         return kCouldNotRun;
     }
-    // A name given means that type, whatever is left over; without one, a candidate must
-    // take the whole input.
-    // A candidate that leaves octets behind is taken only when no other takes them all.
-    Decoded found, partial;
     std::vector<Decoded> refused;
-    for (const asn1data::TypeInfo* t : candidates) {
-        Decoded d = decodeAs(&ctxt, *t, der);
-        if (d.status == 0 && (!typeName.empty() || d.consumed == der.size())) {
-            found = d;
-            break;
-        }
-        if (d.status == 0 && partial.type == nullptr) partial = d;
-        refused.push_back(d);
-    }
-    if (found.type == nullptr && partial.type != nullptr) {
-        found = partial;
-        std::fprintf(stderr, "chainvet dump: %zu octets after the %s left alone\n", der.size() - found.consumed,
-                     found.type->name);
-    }
+    const Decoded found = pickType(&ctxt, candidates, der, !typeName.empty(), "chainvet dump", refused);
     int exitCode = kPass;
     if (found.type == nullptr) {
         for (const Decoded& d : refused) {

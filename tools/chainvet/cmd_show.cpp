@@ -1,6 +1,7 @@
 // chainvet show: a certificate, revocation list, OCSP response, time-stamp reply or CMS
 // signed message printed through the object model, field by field, as a person reads it.
 #include "command.h"
+#include "catalogue_read.h"
 #include "common.h"
 
 #include "asn1data/describe.h"
@@ -226,38 +227,6 @@ void printIndented(const std::string& text, const char* indent) {
 // ---- Decoding by the catalogue ------------------------------------------------------------------
 
 // One value decoded on the shared context; its memory lives in the context's heap.
-struct Decoded {
-    const ad::TypeInfo* type = nullptr;
-    int status = 0;
-    ASN1UINT consumed = 0;
-    void* value = nullptr;
-};
-
-Decoded decodeAs(ASN1CTXT* ctxt, const ad::TypeInfo& type, const unsigned char* data, size_t size) {
-    Decoded d;
-    d.type = &type;
-    if (size > 0x7FFFFFFFu) {
-        d.status = RT_E_TOO_LONG;
-        return d;
-    }
-    d.value = rtMemHeapAllocZ(&ctxt->typeHeap, (int)type.size);
-    if (d.value == nullptr) {
-        d.status = RT_E_NO_MEMORY;
-        return d;
-    }
-    d.status = xd_setp(ctxt, data, (int)size, nullptr, nullptr);
-    if (d.status == 0) d.status = type.decode(ctxt, d.value, ASN1EXPL, 0);
-    d.consumed = ctxt->bufIndex;
-    return d;
-}
-
-std::string statusText(int status) {
-    std::string s = std::to_string(status);
-    const char* name = ad::statusName(status);
-    if (*name) s += std::string(" ") + name;
-    return s;
-}
-
 // The value of an inner encoding (extension value, open type, OCTET STRING) as a catalogue
 // type, or null with a line saying why.
 template <class T>
@@ -726,24 +695,8 @@ int run(const std::vector<std::string>& args) {
         std::fprintf(stderr, "chainvet show: no memory\n");
         return kCouldNotRun;
     }
-    // As dump chooses: the first type that takes the whole input, else the first that
-    // takes its beginning.
-    Decoded found, partial;
     std::vector<Decoded> refused;
-    for (const ad::TypeInfo* t : candidates) {
-        Decoded d = decodeAs(&ctxt, *t, der.data(), der.size());
-        if (d.status == 0 && (!typeName.empty() || d.consumed == der.size())) {
-            found = d;
-            break;
-        }
-        if (d.status == 0 && partial.type == nullptr) partial = d;
-        refused.push_back(d);
-    }
-    if (found.type == nullptr && partial.type != nullptr) {
-        found = partial;
-        std::fprintf(stderr, "chainvet show: %zu octets after the %s left alone\n", der.size() - found.consumed,
-                     found.type->name);
-    }
+    const Decoded found = pickType(&ctxt, candidates, der, !typeName.empty(), "chainvet show", refused);
     int exitCode = kPass;
     if (found.type == nullptr) {
         for (const Decoded& d : refused)
