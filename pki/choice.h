@@ -24,7 +24,7 @@ public:
 // objects are the `instance` members made in choice.cpp for the table there, constant
 // initialised so that they are ready before any other static initialiser runs.
 // ChoiceValueTraitsT<void*, 0> is the empty alternative: its stored type is a pointer word,
-// and its newValue reads that word through `source` unchecked.
+// and its newValue reads that word through `source`.
 template <class T, unsigned int N>
 class ChoiceValueTraitsT : public ChoiceValueTraits {
     constexpr ChoiceValueTraitsT() {}
@@ -39,6 +39,13 @@ public:
 
     static const ChoiceValueTraitsT instance;
 };
+
+// Copying a choice that is still empty hands the null value of its source here: the copy
+// is empty too, where reading the word through null would fault.
+template <>
+inline void* ChoiceValueTraitsT<void*, 0>::newValue(const void* source) const {
+    return source == nullptr ? nullptr : new void*(*static_cast<void* const*>(source));
+}
 
 typedef ChoiceValueTraitsT<void*, 0> EmptyChoiceTraits;
 

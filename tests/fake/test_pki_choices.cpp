@@ -128,6 +128,8 @@ TEST(ChoiceFramework, PutStepCopyAndAssignment) {
     t.clear();
     t = u;
     EXPECT_EQ(t.get_type(), 2u);
+    const CGeneralName empty, copied(empty);  // a copy of an empty choice is empty, not a read through null
+    EXPECT_TRUE(copied.get_type() == 0 && copied.get_dNSName() == nullptr);
 }
 
 TEST(GeneralName, DecodeAndEncode) {

@@ -42,6 +42,8 @@ TEST(PkiDistPoints, EncodeAndDecodeVectors) {
         {again<CCRLDistPointsSyntax, ASN1T_CRLDistPointsSyntax_traits>("30123000300EA00C" + kFull), "30123000300EA00C" + kFull},
         {again<CDistributionPointName, Name>("A10A3008060355040313016E"), "!80093101"},  // a relative name is left empty
         {[] { CDistributionPointName n(kC()); n.decode(der("A10A3008060355040313016E")); return n.encode(); }, kFull},
+        {[] { CDistributionPoint dp; dp.decode(der("300EA00CA10A3008060355040313016E")); const unsigned char t = (unsigned char)dp.get_distributionPoint()->get_type(); return CBlob(&t, 1); }, "00"},  // a relative name: the point keeps an empty name
+        {again<CDistributionPoint, ASN1T_DistributionPoint_traits>("300EA00CA10A3008060355040313016E"), "!80093101"},  // and cannot be written
         {[] { CDistributionPoint dp = point(&kC(), &kZero, &kC()); dp.decode(der("3000")); return dp.encode(); }, "3000"},
         {[] { CDistributionPoint dp = point(&kC(), &kKeyCa, nullptr), copy(dp), back; copy.put_reasons(nullptr), back.clear(), back = dp; return back.encode(); },
          "3012A00C" + kFull + "81020560"},  // copies are deep, and an assignment revives a cleared point
