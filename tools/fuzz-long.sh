@@ -13,6 +13,8 @@
 #   PARALLEL   targets fuzzed at once     (default: 1)
 #   NICE       niceness of the fuzzers    (default: 0; 19 lets builds on the same machine
 #              go first while the fuzzers take what is left)
+#   TIMEOUT    seconds one input may take before it counts as a finding (default: 30, or 900
+#              with NICE above 0: libFuzzer measures wall time, and a starved fuzzer is not hung)
 # The summary gives, per target, wall seconds, CPU seconds (user+system of the fuzzer, read
 # from its rusage), executions and the final corpus size. Exit status: 0 when every target
 # ran its time without a finding, 1 otherwise.
@@ -29,6 +31,7 @@ WORK_DIR=${WORK_DIR:-$BUILD_DIR/fuzz-long}
 JOBS=${JOBS:-2}
 PARALLEL=${PARALLEL:-1}
 NICE=${NICE:-0}
+if [ "$NICE" -gt 0 ]; then TIMEOUT=${TIMEOUT:-900}; else TIMEOUT=${TIMEOUT:-30}; fi
 
 ALL=""
 for f in "$SRC"/fuzz/fuzz_*.cpp; do
@@ -72,7 +75,7 @@ import resource, subprocess, sys
 rc = subprocess.call(sys.argv[2:])
 u = resource.getrusage(resource.RUSAGE_CHILDREN)
 open(sys.argv[1], "w").write("%d\n" % round(u.ru_utime + u.ru_stime))
-sys.exit(rc)' "$WORK_DIR/$t.cpu" "$bin" -max_total_time="$secs" -timeout=30 \
+sys.exit(rc)' "$WORK_DIR/$t.cpu" "$bin" -max_total_time="$secs" -timeout="$TIMEOUT" \
         -print_final_stats=1 -artifact_prefix="$artifacts/" "$corpus" >"$log" 2>&1; then
         result=FINDING
     fi
