@@ -23,9 +23,9 @@ step() {
 bad() { echo "$mode: $*"; fail=1; }
 
 # The unpacked package against its table: what must be there (LIB is the library
-# directory), what must not, nothing outside the prefix's bin, lib and include/chainvet,
-# each library named by its SONAME, no debug sections, and control fields dpkg-shlibdeps
-# and the project's version filled in.
+# directory), what must not, nothing outside the prefix's bin, lib, include/chainvet and
+# the manual page, each library named by its SONAME, no debug sections, and control
+# fields dpkg-shlibdeps and the project's version filled in.
 check_package() {  # deb
     deb=$1
     while read -r kind path; do
@@ -47,6 +47,7 @@ link LIB/libchainvet.so
 soname LIB/libqvcapi.so.1
 link LIB/libqvcapi.so
 file LIB/pkgconfig/chainvet.pc
+file share/man/man1/chainvet.1.gz
 file LIB/cmake/chainvet/chainvetConfig.cmake
 file LIB/cmake/chainvet/chainvetConfigVersion.cmake
 file LIB/cmake/chainvet/chainvetTargets.cmake
@@ -59,7 +60,7 @@ absent include/chainvet/policies/frame.h
 absent include/chainvet/policies/ocsp_certid.h
 EOF
     dpkg-deb -c "$deb" | awk '{print $6}' |
-        grep -Ev "^\./($|usr/$|usr/(bin|lib|include)/$|usr/bin/|usr/$lib_rel/|usr/include/chainvet/)" |
+        grep -Ev "^\./($|usr/$|usr/(bin|lib|include)/$|usr/bin/|usr/$lib_rel/|usr/include/chainvet/|usr/share/$|usr/share/man/$|usr/share/man/man1/$|usr/share/man/man1/chainvet\.1\.gz$)" |
         sed 's/^/unexpected in the package: /' | grep . && fail=1
     version=$(dpkg-deb -f "$deb" Version)
     depends=$(dpkg-deb -f "$deb" Depends)
@@ -75,6 +76,10 @@ EOF
     got=$(LD_LIBRARY_PATH="$libdir" "$root$prefix/bin/chainvet" --version) || bad "chainvet --version failed"
     [ "$got" = "chainvet $version (libchainvet $version)" ] || bad "package $version, program: $got"
     step demo.log env LD_LIBRARY_PATH="$libdir" "$root$prefix/bin/chainvet" demo
+    # The manual holds a part for each command the program lists.
+    listed=$(LD_LIBRARY_PATH="$libdir" "$root$prefix/bin/chainvet" --help | sed '1,/^Commands:/d' | grep -c .)
+    parts=$(gzip -dc "$root$prefix/share/man/man1/chainvet.1.gz" | grep -c '^\.SS ') || true
+    [ "$parts" = "$listed" ] || bad "chainvet.1 has $parts command parts, chainvet --help lists $listed"
     echo "$mode: $(basename "$deb"), $(stat -c %s "$deb") bytes, $(dpkg-deb -c "$deb" | wc -l) entries"
 }
 
