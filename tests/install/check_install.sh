@@ -24,8 +24,8 @@ bad() { echo "$mode: $*"; fail=1; }
 
 # The unpacked package against its table: what must be there (LIB is the library
 # directory), what must not, nothing outside the prefix's bin, lib, include/chainvet and
-# the manual page, each library named by its SONAME, no debug sections, and control
-# fields dpkg-shlibdeps and the project's version filled in.
+# the manual page, each library named by its SONAME, no debug sections, the Depends
+# dpkg-shlibdeps found and the version the program reports.
 check_package() {  # deb
     deb=$1
     while read -r kind path; do
@@ -64,15 +64,9 @@ EOF
         sed 's/^/unexpected in the package: /' | grep . && fail=1
     version=$(dpkg-deb -f "$deb" Version)
     depends=$(dpkg-deb -f "$deb" Depends)
-    for want in "Package chainvet" "Architecture $(dpkg --print-architecture)" "Section libs"; do
-        set -- $want
-        [ "$(dpkg-deb -f "$deb" "$1")" = "$2" ] || bad "$1 is '$(dpkg-deb -f "$deb" "$1")', wanted $2"
-    done
-    [ -n "$(dpkg-deb -f "$deb" Maintainer)" ] || bad "no Maintainer"
     for want in libc6 libstdc++6 libgnutls libnettle; do
         printf '%s\n' "$depends" | grep -q "\b$want" || bad "Depends lacks $want: $depends"
     done
-    printf '%s\n' "$depends" | grep -q qvcapi && bad "Depends names the packaged libqvcapi: $depends"
     got=$(LD_LIBRARY_PATH="$libdir" "$root$prefix/bin/chainvet" --version) || bad "chainvet --version failed"
     [ "$got" = "chainvet $version (libchainvet $version)" ] || bad "package $version, program: $got"
     step demo.log env LD_LIBRARY_PATH="$libdir" "$root$prefix/bin/chainvet" demo
