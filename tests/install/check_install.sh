@@ -60,7 +60,7 @@ absent include/chainvet/policies/frame.h
 absent include/chainvet/policies/ocsp_certid.h
 EOF
     dpkg-deb -c "$deb" | awk '{print $6}' |
-        grep -Ev "^\./($|usr/$|usr/(bin|lib|include)/$|usr/bin/|usr/$lib_rel/|usr/include/chainvet/|usr/share/$|usr/share/man/$|usr/share/man/man1/$|usr/share/man/man1/chainvet\.1\.gz$)" |
+        grep -Ev "^\./($|usr/$|usr/(bin|lib|include)/$|usr/bin/|usr/$lib_rel/|usr/include/chainvet/|usr/share/(man/(man1/(chainvet\.1\.gz)?)?)?$)" |
         sed 's/^/unexpected in the package: /' | grep . && fail=1
     version=$(dpkg-deb -f "$deb" Version)
     depends=$(dpkg-deb -f "$deb" Depends)
