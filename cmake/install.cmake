@@ -38,7 +38,13 @@ install(FILES ${CMAKE_CURRENT_BINARY_DIR}/chainvetConfig.cmake
   ${CMAKE_CURRENT_BINARY_DIR}/chainvetConfigVersion.cmake
   DESTINATION ${CMAKE_INSTALL_LIBDIR}/cmake/chainvet)
 
+# chainvet.pc names the prefix the copy is installed under (cmake --install --prefix, cpack),
+# so it is completed at install time; DESTDIR stays out of it, as out of any staged file.
+set(CHAINVET_PC_PREFIX "@CMAKE_INSTALL_PREFIX@")
 configure_file(${CMAKE_CURRENT_SOURCE_DIR}/cmake/chainvet.pc.in
-  ${CMAKE_CURRENT_BINARY_DIR}/chainvet.pc @ONLY)
-install(FILES ${CMAKE_CURRENT_BINARY_DIR}/chainvet.pc
-  DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  ${CMAKE_CURRENT_BINARY_DIR}/chainvet.pc.in @ONLY)
+install(CODE "
+  set(chainvet_pc \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/pkgconfig/chainvet.pc\")
+  message(STATUS \"Installing: \${chainvet_pc}\")
+  configure_file(\"${CMAKE_CURRENT_BINARY_DIR}/chainvet.pc.in\" \"\${chainvet_pc}\" @ONLY)
+  list(APPEND CMAKE_INSTALL_MANIFEST_FILES \"\${chainvet_pc}\")")

@@ -21,6 +21,21 @@ for want in "1 $tmp" "2 /nonexistent/file" "64 --bogus" "64"; do
     got=$?
     [ "$got" = "$1" ] || { echo "show ${2:-}: exit $got, wanted $1"; fail=1; }
 done
+# --version, --help and the --help of every command --help lists: exit 0, and the first
+# line printed is the one wanted (a command's own usage, not another's).
+commands=$("$tool" --help | sed '1,/^Commands:/d; s/^  //; s/  .*//')
+[ "$(printf '%s\n' "$commands" | grep -c .)" -ge 10 ] || { echo "--help lists too few commands: $commands"; fail=1; }
+{
+    printf '%s\t%s\n' --version "chainvet [0-9]+\.[0-9]+\.[0-9]+ \(libchainvet [0-9]+\.[0-9]+\.[0-9]+\)"
+    printf '%s\t%s\n' --help "usage: chainvet \[--trace\] COMMAND .*"
+    printf '%s\n' "$commands" | while IFS= read -r c; do printf '%s --help\tusage: chainvet %s( .*)?\n' "$c" "$c"; done
+} > "$tmp.cases"
+while IFS="$(printf '\t')" read -r args first; do
+    out=$("$tool" $args 2>&1) || { echo "chainvet $args: exit $?"; fail=1; }
+    printf '%s\n' "$out" | head -n 1 | grep -Eqx "$first" ||
+        { echo "chainvet $args: first line '$(printf '%s\n' "$out" | head -n 1)'"; fail=1; }
+done < "$tmp.cases"
+rm -f "$tmp.cases"
 if [ ! -f "$corpus/MANIFEST.tsv" ]; then
     echo "SKIP: corpus loop skipped, no $corpus/MANIFEST.tsv"
     [ $fail = 0 ] && exit 77

@@ -18,7 +18,8 @@ const char* kMainUsage =
     "       chainvet COMMAND --help\n\n"
     "Options:\n"
     "  --trace   write the library's trace lines to stderr\n"
-    "  --help    show help (after a command: that command's help)\n\n"
+    "  --help    show help (after a command: that command's help)\n"
+    "  --version show the version of chainvet and of the library in it\n\n"
     "Commands:\n";
 
 void printUsage(FILE* out) {
@@ -61,6 +62,13 @@ int main(int argc, char** argv) {
             help = true;
         else
             args.push_back(a);
+    }
+
+    // Only alone: after a command it is that command's (unknown) option.
+    if (!help && args.size() == 1 && args[0] == "--version") {
+        // The program carries the library's objects, so both are of this build.
+        std::printf("chainvet %s (libchainvet %s)\n", CHAINVET_VERSION, CHAINVET_VERSION);
+        return kPass;
     }
 
     const Command* found = nullptr;
