@@ -13,6 +13,8 @@
 #   PARALLEL   targets fuzzed at once     (default: 1)
 #   NICE       niceness of the fuzzers    (default: 0; 19 lets builds on the same machine
 #              go first while the fuzzers take what is left)
+#   CORPUS_FROM  the WORK_DIR of an earlier run: each target starts from the corpus that run
+#              left (falling back to the starting corpus), so a second run goes on from there
 #   TIMEOUT    seconds one input may take before it counts as a finding (default: 30, or 900
 #              with NICE above 0: libFuzzer measures wall time, and a starved fuzzer is not hung)
 # The summary gives, per target, wall seconds, CPU seconds (user+system of the fuzzer, read
@@ -63,7 +65,9 @@ run_one() {  # name seconds
     log="$WORK_DIR/$t.log"
     rm -rf "$corpus"
     mkdir -p "$corpus" "$artifacts"
-    if [ -d "$SRC/fuzz/corpus/$t" ]; then
+    if [ -n "${CORPUS_FROM:-}" ] && [ -d "$CORPUS_FROM/corpus/$t" ]; then
+        cp -R "$CORPUS_FROM/corpus/$t/." "$corpus/"
+    elif [ -d "$SRC/fuzz/corpus/$t" ]; then
         cp -R "$SRC/fuzz/corpus/$t/." "$corpus/"
     fi
     echo "== $t: ${secs}s"
