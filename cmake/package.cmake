@@ -4,7 +4,7 @@ if(NOT CHAINVET_REAL_PLATFORM)
   return()
 endif()
 
-set(CHAINVET_PACKAGE_MAINTAINER "chainvet maintainers <maintainers@users.noreply.c-seed-cd6be5db.example>"
+set(CHAINVET_PACKAGE_MAINTAINER "chainvet developers <chainvet-dev@example.org>"
   CACHE STRING "Maintainer field of the Debian package")
 
 set(CPACK_GENERATOR DEB)
