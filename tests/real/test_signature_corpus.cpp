@@ -1,10 +1,12 @@
 // The policies on real certificates parsed by the GnuTLS stand-in: every corpus certificate
 // judged against what GnuTLS reads from the same bytes; the project's OCSP responders with the
 // CertIDs of `openssl ocsp` requests and GOST R 34.11-2012 ones hashed by GnuTLS, and the
-// corpus responses with theirs; CBigInteger over real serial numbers.
+// corpus responses with theirs; the CertIDs of `chainvet certid` against those of the corpus
+// responses; CBigInteger over real serial numbers.
 #include "pki/algorithm.h"
 #include "policies/chain_policies.h"
 #include "support/testsupport.h"
+#include "tools/chainvet/certid.h"
 
 #include <gnutls/crypto.h>
 #include <gnutls/gnutls.h>
@@ -13,10 +15,13 @@
 
 #include <cstring>
 #include <iterator>
+#include <memory>
+#include <set>
 #include <sstream>
 
 namespace {
 
+using chainvet_tool::computeCertId;
 using testsupport::readFile;
 typedef std::vector<uint8_t> Bytes;
 const std::string kFixtures = std::string(CHAINVET_FIXTURES_DIR) + "/pki/";
@@ -116,41 +121,39 @@ Bytes reversed(const CRYPT_INTEGER_BLOB& b) {
     return Bytes(std::reverse_iterator<BYTE*>(b.pbData + b.cbData), std::reverse_iterator<BYTE*>(b.pbData));
 }
 
-// The CertIDs of a request or response as GnuTLS reads them; a response's first carried
-// certificate (its signer, in these files) goes to `signer`.
-void readOcsp(const std::string& path, std::vector<Id>& ids, Bytes* signer) {
+// The CertIDs of an OCSP request, or of a response with the certificates it carries (DER;
+// the first is the signer in the project's files); false if the file is not of that kind.
+bool readOcsp(const std::string& path, std::vector<Id>& ids, std::vector<Bytes>* certs) {
     const Bytes der = readFile(path);
     gnutls_datum_t in = {const_cast<unsigned char*>(der.data()), static_cast<unsigned>(der.size())}, n{}, k{}, s{};
     gnutls_ocsp_req_t req;
     gnutls_ocsp_resp_t resp;
     gnutls_ocsp_req_init(&req);
     gnutls_ocsp_resp_init(&resp);
-    ASSERT_GE(signer ? gnutls_ocsp_resp_import(resp, &in) : gnutls_ocsp_req_import(req, &in), 0) << path;
+    const bool read = (certs ? gnutls_ocsp_resp_import(resp, &in) : gnutls_ocsp_req_import(req, &in)) >= 0;
     gnutls_digest_algorithm_t digest;
-    unsigned status, reason;
-    time_t t1, t2, t3;
-    for (unsigned i = 0; (signer ? gnutls_ocsp_resp_get_single(resp, i, &digest, &n, &k, &s, &status, &t1, &t2, &t3,
-                                                               &reason)
-                                 : gnutls_ocsp_req_get_cert_id(req, i, &digest, &n, &k, &s)) >= 0;
+    for (unsigned i = 0; read && (certs ? gnutls_ocsp_resp_get_single(resp, i, &digest, &n, &k, &s, nullptr, nullptr,
+                                                                      nullptr, nullptr, nullptr)
+                                        : gnutls_ocsp_req_get_cert_id(req, i, &digest, &n, &k, &s)) >= 0;
          ++i) {
-        ids.push_back(Id{gnutls_digest_get_oid(digest), bytesOf(n.data, n.size), bytesOf(k.data, k.size),
-                         bytesOf(s.data, s.size)});
+        const char* oid = gnutls_digest_get_oid(digest);
+        ids.push_back(Id{oid ? oid : "", bytesOf(n.data, n.size), bytesOf(k.data, k.size), bytesOf(s.data, s.size)});
         for (gnutls_datum_t* d : {&n, &k, &s})
             gnutls_free(d->data);
     }
     gnutls_x509_crt_t* list = nullptr;
     size_t count = 0;
-    if (signer && gnutls_ocsp_resp_get_certs(resp, &list, &count) >= 0) {
-        if (count > 0 && gnutls_x509_crt_export2(list[0], GNUTLS_X509_FMT_DER, &n) >= 0) {
-            *signer = bytesOf(n.data, n.size);
-            gnutls_free(n.data);
-        }
-        for (size_t i = 0; i < count; ++i)
-            gnutls_x509_crt_deinit(list[i]);
+    if (read && certs && gnutls_ocsp_resp_get_certs(resp, &list, &count) >= 0) {
+        for (size_t i = 0; i < count; gnutls_x509_crt_deinit(list[i++]))
+            if (gnutls_x509_crt_export2(list[i], GNUTLS_X509_FMT_DER, &n) >= 0) {
+                certs->push_back(bytesOf(n.data, n.size));
+                gnutls_free(n.data);
+            }
         gnutls_free(list);
     }
     gnutls_ocsp_req_deinit(req);
     gnutls_ocsp_resp_deinit(resp);
+    return read;
 }
 
 // The subject's CertID under GOST R 34.11-2012 (256): the issuer's name and key bits as the
@@ -198,19 +201,22 @@ TEST(OcspSigningReal, ResponderChains) {
             continue;  // the project's own rows still run
         const std::string dir = own ? kFixtures : testsupport::corpusDir() + "/ocsp/", ext = own ? ".der" : "";
         std::vector<Id> ids;
-        Bytes signer;
+        std::vector<Bytes> carried;
         std::istringstream words(row.ids);
         for (std::string word; words >> word;) {
             if (word == "+gost")
                 ids.push_back(gostCertId());
             else
-                readOcsp(dir + word + ext, ids, own ? nullptr : &signer);
+                ASSERT_TRUE(readOcsp(dir + word + ext, ids, own ? nullptr : &carried)) << word;
         }
         std::vector<PCCERT_CONTEXT> certs;
         for (const char* f : row.chain)
             certs.push_back(QVCertLoadFile((dir + f + ext).c_str()));
-        if (certs.empty())
+        if (certs.empty()) {
+            ASSERT_FALSE(carried.empty());
+            const Bytes& signer = carried[0];
             certs.push_back(CertCreateCertificateContext(X509_ASN_ENCODING, signer.data(), DWORD(signer.size())));
+        }
         PCCERT_CHAIN_CONTEXT chain = QVCertBuildChain(certs.data(), static_cast<DWORD>(certs.size()));
         auto blob = [](Bytes& b) { return CRYPT_HASH_BLOB{static_cast<DWORD>(b.size()), b.data()}; };
         std::vector<QVOCSP_CERT_ID> recs;
@@ -261,6 +267,81 @@ TEST(OcspSigningReal, BigIntegerOverRealSerials) {
         ++seen;
     }
     EXPECT_GE(seen, 3u);
+}
+
+struct CertFree {
+    void operator()(PCCERT_CONTEXT c) const { CertFreeCertificateContext(c); }
+};
+using CertPtr = std::unique_ptr<const CERT_CONTEXT, CertFree>;
+Bytes bytesOf(const Quorvane::CBlob& b) { return bytesOf(b.pbData(), b.cbData()); }
+Bytes bytesOf(const CERT_NAME_BLOB& b) { return bytesOf(b.pbData, b.cbData); }
+
+// Wherever the issuer certificate is present (in the corpus folder or inside the response),
+// its name and key hashes under the response's own algorithm equal those in the response's
+// CertIDs; and a present subject certificate gives the CertID's serial.
+TEST(CertIdCorpus, HashesEqualThoseInTheResponses) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    std::vector<Id> ids;
+    std::vector<Bytes> carried;
+    std::vector<CertPtr> certs;
+    size_t responses = 0;
+    for (const std::string& path : testsupport::corpusFiles("ocsp")) {
+        if (readOcsp(path, ids, &carried))
+            ++responses;
+        else if (PCCERT_CONTEXT c = QVCertLoadFile(path.c_str()))
+            certs.emplace_back(c);
+    }
+    for (const Bytes& der : carried)
+        if (PCCERT_CONTEXT c = CertCreateCertificateContext(X509_ASN_ENCODING, der.data(), DWORD(der.size())))
+            certs.emplace_back(c);
+    ASSERT_GT(responses, 20u);
+    ASSERT_GT(certs.size(), 20u);
+    size_t issuerMatches = 0, serialMatches = 0;
+    std::set<std::string> algorithms;
+    for (const Id& id : ids) {
+        if (CertOIDToAlgId(id.oid.c_str()) == 0)
+            continue;
+        // The issuer is the certificate whose name and key hash to the CertID's hashes (a
+        // certificate with the same name under another key is a different issuer).
+        PCCERT_CONTEXT issuer = nullptr;
+        for (const CertPtr& candidate : certs) {
+            const chainvet_tool::CertId mine = computeCertId(candidate.get(), candidate.get(), id.oid.c_str());
+            if (bytesOf(mine.issuerNameHash) == id.name && bytesOf(mine.issuerKeyHash) == id.key)
+                issuer = candidate.get();
+        }
+        if (issuer == nullptr)
+            continue;
+        ++issuerMatches;
+        algorithms.insert(id.oid);
+        for (const CertPtr& subject : certs) {
+            if (bytesOf(subject->pCertInfo->Issuer) == bytesOf(issuer->pCertInfo->Subject) &&
+                computeCertId(subject.get(), issuer, id.oid.c_str()).serial == id.serial) {
+                ++serialMatches;
+                break;
+            }
+        }
+    }
+    // Enough of the corpus is tied together that a wrong hash input (the whole name
+    // instead of its encoding, the key with its BIT STRING header) cannot go unnoticed.
+    EXPECT_GE(issuerMatches, 30u) << ids.size() << " CertIDs";
+    EXPECT_GE(serialMatches, 15u);
+    EXPECT_GE(algorithms.size(), 3u);
+}
+
+// The key hash covers the key bits only, not the BIT STRING's tag, length and unused-bits
+// byte; the name hash covers the whole encoded name. Values as `openssl ocsp -reqout`
+// gives them for this pair.
+TEST(CertIdCorpus, HashInputsAreNameEncodingAndKeyBits) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    const std::string dir = testsupport::corpusDir() + "/ocsp/botan/";
+    CertPtr ee(QVCertLoadFile((dir + "mychain_ee.der").c_str())), ca(QVCertLoadFile((dir + "mychain_int.der").c_str()));
+    if (!ee || !ca)
+        GTEST_SKIP() << "mychain certificates absent";
+    const chainvet_tool::CertId id = computeCertId(ee.get(), ca.get(), "1.3.14.3.2.26");
+    EXPECT_EQ(testsupport::hexOf(id.issuerNameHash) + testsupport::hexOf(id.issuerKeyHash) +
+                  testsupport::toHex(id.serial.data(), id.serial.size()),
+              "DEAFDA46CA9103DD712A7726240BA64D967908E1" "9B9C41B3003604EE3414CDB643FE4A451E8FB4D3"
+              "402BBC2780BCFE52E97ACBBECB19847206E868AC");
 }
 
 }  // namespace
