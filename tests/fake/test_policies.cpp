@@ -306,7 +306,6 @@ TEST(BasicConstraints, OutcomeTable) {
     const struct { const char* name; Extensions extensions; DWORD flags, elements, trust; bool withPara;
                    BcOutcome expected; const std::string& trace; } rows[] = {
         {"cA true", {{kBC2, kCA}}, ca, 1, 0, true, pass, passes},
-        {"cA true, longer chain", {{kBC2, kCA}}, ca, 3, 0, true, pass, passes},
         {"no extension, self-signed root", {}, ca, 1, 0, true, pass, selfSigned},
         {"no extension, two elements", {}, ca, 2, 0, true, fail, fails},
         {"no extension, partial chain", {}, ca, 1, partial, true, fail, fails},
@@ -322,7 +321,6 @@ TEST(BasicConstraints, OutcomeTable) {
         {"both flags", {{kBC2, kNotCA}}, 0xC0000000u, 2, 0, true, pass, passes},
         {"no pPolicyPara", {{kBC2, kNotCA}}, ca, 2, 0, false, pass, passes},
         {"other bits beside the ca flag", {{kBC2, kNotCA}}, 0x80000001u, 2, 0, true, fail, fails},
-        {"other bits beside the ca flag, cA true", {{kBC2, kCA}}, 0x8000FFFFu, 2, 0, true, pass, passes},
         {"other bits beside the end-entity flag", {{kBC2, kCA}}, 0x40000010u, 2, 0, true, failNotImpl, notImplemented},
         {"other bits only", {{kBC2, kNotCA}}, 0x3FFFFFFFu, 2, 0, true, pass, passes},
     };
@@ -391,7 +389,7 @@ BOOL checkingDecoder(void* calls, DWORD enc, LPCSTR type, const BYTE* pb, DWORD 
 
 TEST(BasicConstraints, DecoderCall) {
     const struct { const char* oid; DWORD failWith, lastError; } rows[] = {
-        {kBC1, 0xFFFFFFFFu, kSentinel}, {kBC2, 13, 0x8007000Du}, {kBC2, 0x8009310Bu, 0x8009310Bu}, {kBC2, 0, 0}};
+        {kBC1, 0xFFFFFFFFu, kSentinel}, {kBC2, 13, 0x8007000Du}, {kBC2, 0, 0}};
     for (const auto& row : rows) {
         qvfake_reset();
         int calls = 0;
@@ -544,7 +542,6 @@ TEST(SignaturePolicies, OutcomeTables) {
         {kTimestamp, nullptr, nullptr, true, 0, true, 0, 0, 0, kSentinel, 0, 0, ""},
         {kTimestamp, nullptr, nullptr, true, 0x20000, true, 0, 0, 0, kSentinel, kWrongUsage, 0x04, ""},
         {kTimestamp, nullptr, nullptr, true, 0x40000, true, 0, 0, 0, kSentinel, kWrongUsage, 0x08, ""},
-        {kTimestamp, nullptr, nullptr, true, 0x60000, true, 0, 0, 0, kSentinel, kWrongUsage, 0x0C, ""},
         {kTimestamp, &kTs, nullptr, false, 0, true, 0, 0, 0, kSentinel, 0, 0, ""},
         {kTimestamp, &kTs, nullptr, false, 0x20000, true, 0, 0, 0, kSentinel, 0, 0, ""},
         {kTimestamp, &kTs, nullptr, false, 0x40000, true, 0, 0, 0, kSentinel, kWrongUsage, 0x08, ""},
@@ -589,10 +586,9 @@ TEST(SignaturePolicies, TimestampFlagMaskAndExtraParameter) {
     Rig rig(&kTs, nullptr);
     qvfake_set_pkup_hook(pkupHook, &rig.pkup);
     int moment = 0;
-    const std::pair<DWORD, bool> rows[] = {{0x00010000u, false}, {0x00020000u, true},  {0x00040000u, true},
-                                           {0x00060000u, true},  {0x0000FFFFu, true},  {0x0006FFFFu, true},
-                                           {0x00080000u, false}, {0x40000000u, false}, {0x80000000u, false},
-                                           {0x00070000u, false}, {0xFFFFFFFFu, false}};
+    const std::pair<DWORD, bool> rows[] = {{0x00010000u, false}, {0x00060000u, true},  {0x0006FFFFu, true},
+                                           {0x00070000u, false}, {0x00080000u, false}, {0x40000000u, false},
+                                           {0xFFFFFFFFu, false}};
     for (const auto& row : rows) {
         for (DWORD declared : {DWORD(0), DWORD(sizeof(void*)), DWORD(sizeof(UsagePara)), DWORD(0xFFFFFFFFu)}) {
             const bool linked = declared != 0xFFFFFFFFu, withExtra = declared % 2 == 0;
@@ -617,9 +613,8 @@ TEST(SignaturePolicies, TimestampFlagMaskAndExtraParameter) {
 TEST(SignaturePolicies, BadRecordsAreRefusedWith87) {
     const DWORD st = sizeof(CERT_CHAIN_POLICY_STATUS), pa = sizeof(CERT_CHAIN_POLICY_PARA), ep = sizeof(UsagePara);
     const struct { DWORD statusSize, paraSize, extraParaSize, extraStatusSize; BOOL signatureOk, periodOk; } rows[] = {
-        {st, pa, ep, 16, TRUE, TRUE}, {st + 1, pa, ep, 16, FALSE, FALSE}, {st - 4, pa, ep, 16, FALSE, FALSE},
-        {st, pa, ep, 15, FALSE, FALSE}, {st, pa - 1, ep, 16, FALSE, FALSE}, {st, pa, ep + 1, 16, FALSE, FALSE},
-        {st, pa, 0, 16, TRUE, FALSE}};
+        {st, pa, ep, 16, TRUE, TRUE}, {st - 4, pa, ep, 16, FALSE, FALSE}, {st, pa, ep, 15, FALSE, FALSE},
+        {st, pa - 1, ep, 16, FALSE, FALSE}, {st, pa, ep + 1, 16, FALSE, FALSE}, {st, pa, 0, 16, TRUE, FALSE}};
     Rig rig(nullptr, nullptr);
     for (const auto& row : rows) {
         for (auto policy : {kSignature, CertDllVerifyPrivateKeyUsagePeriodCertificateChainPolicy}) {
@@ -880,8 +875,7 @@ struct Call {
     std::string text;  // rgdwCertIdChecked as digits
 };
 
-int g_calls = 0;
-BOOL authorizeAll(PCCERT_CONTEXT) { return ++g_calls, TRUE; }
+BOOL authorizeAll(PCCERT_CONTEXT) { return TRUE; }
 BOOL authorizeNone(PCCERT_CONTEXT) { return FALSE; }
 BOOL authorizeThrows(PCCERT_CONTEXT) { throw std::runtime_error("callback"); }
 
@@ -948,85 +942,67 @@ TEST(OcspPolicy, OutcomeTable) {
     }
 }
 
-// The callback, the record's last field, is read only when cbSize covers it.
-TEST(OcspPolicy, ExtraParaSizes) {
-    const DWORD full = sizeof(OcspPara), noCallback = offsetof(OcspPara, pfnAnyCertAuthorized);
-    for (DWORD cbSize : {full + 1, full, full - 1, noCallback}) {
-        Responder r(kEe);
-        CertIds ids;
-        r.add(ids, 'f');
-        Call call(ids, true);
-        call.extraPara.cbSize = cbSize;
-        call.extraPara.pfnAnyCertAuthorized = authorizeAll;
-        g_calls = 0;
-        call.run(r);
-        EXPECT_EQ(std::make_tuple(call.ok, g_calls, call.text, call.lastError),
-                  std::make_tuple(BOOL(cbSize <= full), cbSize == full ? 1 : 0,
-                                  std::string(cbSize == full ? "1" : cbSize > full ? "7" : "0"),
-                                  cbSize > full ? 87u : kSentinel)) << cbSize;
-    }
-}
-
-// Bad records are found before anything runs, wherever they stand; the address tests compare
-// pointers, so equal contents elsewhere pass.
-TEST(OcspPolicy, RecordChecks) {
+// What the policy checks before it judges, each row changing rgCertId[1], the extra parameter
+// or the flags: bad records wherever they stand (the address tests compare pointers, so equal
+// contents elsewhere pass); the callback, the record's last field, read only when cbSize
+// covers it; fOcspNoCheck (9: untouched) reported before the flags are read.
+TEST(OcspPolicy, RecordsSizesAndFlags) {
     static char oid[] = "1.3.14.3.2.26", sameText[] = "1.3.14.3.2.26";
     static BYTE sameHash[20];
-    void (*const spoil[])(QVOCSP_CERT_ID&) = {
-        [](QVOCSP_CERT_ID& c) { c.HashAlgorithm.pszObjId = nullptr; },
-        [](QVOCSP_CERT_ID& c) { c.IssuerNameHash.cbData = 0; },
-        [](QVOCSP_CERT_ID& c) { c.IssuerKeyHash.pbData = nullptr; },
-        [](QVOCSP_CERT_ID& c) { c.SerialNumber.cbData = 0; },
-        [](QVOCSP_CERT_ID& c) { c.IssuerKeyHash.pbData = c.IssuerNameHash.pbData; },
-        [](QVOCSP_CERT_ID& c) { c.SerialNumber.pbData = reinterpret_cast<BYTE*>(c.HashAlgorithm.pszObjId); },
-        [](QVOCSP_CERT_ID& c) {  // equal contents at other addresses: good
-            c.HashAlgorithm.pszObjId = oid;
-            c.SerialNumber = {sizeof sameText, reinterpret_cast<BYTE*>(sameText)};
-            std::copy(c.IssuerNameHash.pbData, c.IssuerNameHash.pbData + sizeof sameHash, sameHash);
-            c.IssuerKeyHash = {sizeof sameHash, sameHash};
-        },
+    using Id = QVOCSP_CERT_ID;
+    const char *bad = "CheckOcspCertIds|rgCertId[i] if set must not be NULL\n", *size = "Unknown pExtraPara structure",
+               *flags = "pPolicyPara->dwFlags contains unknown flags";
+    const struct { const char* name; Kind kind; bool nocheck; const char* ids; void (*change)(Call&, Id*); BOOL ok;
+                   DWORD lastError; const char* checked; DWORD noCheck; const char* trace; } rows[] = {
+        {"no algorithm", kCa, 0, "gg", [](Call&, Id* r) { r->HashAlgorithm.pszObjId = nullptr; }, 0, 87, "77", 9, bad},
+        {"empty name hash", kCa, 0, "gg", [](Call&, Id* r) { r->IssuerNameHash.cbData = 0; }, 0, 87, "77", 9, bad},
+        {"no key hash", kCa, 0, "gg", [](Call&, Id* r) { r->IssuerKeyHash.pbData = nullptr; }, 0, 87, "77", 9, bad},
+        {"empty serial", kCa, 0, "gg", [](Call&, Id* r) { r->SerialNumber.cbData = 0; }, 0, 87, "77", 9, bad},
+        {"key hash at the name hash", kCa, 0, "gg",
+         [](Call&, Id* r) { r->IssuerKeyHash.pbData = r->IssuerNameHash.pbData; }, 0, 87, "77", 9, bad},
+        {"serial at the algorithm text", kCa, 0, "gg",
+         [](Call&, Id* r) { r->SerialNumber.pbData = reinterpret_cast<BYTE*>(r->HashAlgorithm.pszObjId); }, 0, 87, "77",
+         9, bad},
+        {"equal contents at other addresses", kCa, 0, "gg",
+         [](Call&, Id* r) {
+             r->HashAlgorithm.pszObjId = oid;
+             r->SerialNumber = {sizeof sameText, reinterpret_cast<BYTE*>(sameText)};
+             std::copy(r->IssuerNameHash.pbData, r->IssuerNameHash.pbData + sizeof sameHash, sameHash);
+             r->IssuerKeyHash = {sizeof sameHash, sameHash};
+         },
+         1, kSentinel, "11", 0, ""},
+        {"a count without records", kCa, 0, "", [](Call& c, Id*) { c.extraPara.cCertId = 1; }, 0, 87, "", 9, bad},
+        {"extra parameter too long", kEe, 0, "f", [](Call& c, Id*) { ++c.extraPara.cbSize; }, 0, 87, "7", 9, size},
+        {"callback covered", kEe, 0, "f", nullptr, 1, kSentinel, "1", 0, ""},
+        {"callback cut short", kEe, 0, "f", [](Call& c, Id*) { --c.extraPara.cbSize; }, 1, kSentinel, "0", 0, ""},
+        {"no callback field", kEe, 0, "f",
+         [](Call& c, Id*) { c.extraPara.cbSize = offsetof(OcspPara, pfnAnyCertAuthorized); }, 1, kSentinel, "0", 0, ""},
+        {"flags 0xFFFF", kEe, 0, "", [](Call& c, Id*) { c.para.dwFlags = 0xFFFF; }, 1, kSentinel, "", 0, ""},
+        {"flags 0xFFFF, nocheck", kEe, 1, "", [](Call& c, Id*) { c.para.dwFlags = 0xFFFF; }, 1, kSentinel, "", 1, ""},
+        {"flags 0x10000", kEe, 0, "", [](Call& c, Id*) { c.para.dwFlags = 0x10000; }, 0, 87, "", 0, flags},
+        {"flags 0x10000, nocheck", kEe, 1, "", [](Call& c, Id*) { c.para.dwFlags = 0x10000; }, 0, 87, "", 1, flags},
     };
-    for (size_t i = 0; i < sizeof spoil / sizeof spoil[0]; ++i) {
-        const bool good = i + 1 == sizeof spoil / sizeof spoil[0];
-        Responder r(kCa);
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        Responder r(row.kind, false, row.nocheck);
         CertIds ids;
-        r.add(ids, 'g');
-        r.add(ids, 'g');
-        spoil[i](ids.recs[1]);
+        for (const char* p = row.ids; *p; ++p)
+            r.add(ids, *p);
         Call call(ids, true);
+        call.extraPara.pfnAnyCertAuthorized = authorizeAll;
+        if (row.change)
+            row.change(call, ids.recs.size() > 1 ? &ids.recs[1] : nullptr);
         TraceCapture trace;
         call.run(r);
-        EXPECT_EQ(std::make_tuple(call.ok, call.text, call.lastError,
-                                  trace.text().find("CheckOcspCertIds|rgCertId[i] if set must not be NULL\n") !=
-                                      std::string::npos),
-                  std::make_tuple(BOOL(good), std::string(good ? "11" : "77"), good ? kSentinel : 87u, !good)) << i;
+        EXPECT_EQ(std::make_tuple(call.ok, call.lastError, call.text, call.extra.fOcspNoCheck),
+                  std::make_tuple(row.ok, row.lastError, std::string(row.checked), row.noCheck));
+        EXPECT_NE(trace.text().find(row.trace), std::string::npos) << trace.text();
     }
-    Responder r(kCa);
-    CertIds none;
-    Call call(none, true);
-    call.run(r);
-    EXPECT_TRUE(call.ok);
-    call.extraPara.cCertId = 1;
-    call.run(r);
-    EXPECT_FALSE(call.ok);
 }
 
-// The nocheck report comes before the flags are read; each algorithm is hashed once a call;
-// an inner policy that cannot run makes the callback FALSE, its status merged first.
-TEST(OcspPolicy, FlagsNocheckInnerFailureAndHashing) {
-    for (bool nocheck : {false, true}) {
-        Responder r(kEe, false, nocheck);
-        CertIds ids;
-        Call call(ids, true);
-        call.para.dwFlags = 0xFFFF;
-        call.run(r);
-        EXPECT_EQ(std::make_tuple(call.ok, call.extra.fOcspNoCheck), std::make_tuple(TRUE, DWORD(nocheck)));
-        call.para.dwFlags = 0x10000;
-        call.extra.fOcspNoCheck = 9;
-        call.run(r);
-        EXPECT_EQ(std::make_tuple(call.ok, call.lastError, call.extra.fOcspNoCheck),
-                  std::make_tuple(FALSE, 87u, DWORD(nocheck)));
-    }
+// Each algorithm is hashed once a call; an inner policy that cannot run makes the callback
+// FALSE, its status merged first.
+TEST(OcspPolicy, HashingOnceAndInnerFailure) {
     Responder r(kEe);
     CertIds ids;
     for (int i = 0; i < 10; ++i)
