@@ -511,7 +511,6 @@ TEST(SignaturePolicies, OutcomeTables) {
         {kSignature, nullptr, "03020040", true, ~0u, true, 0, 0, 0, kSentinel, 0, 0, ""},  // nonRepudiation
         {kSignature, nullptr, "030200C0", true, ~0u, true, 0, 0, 0, kSentinel, 0, 0, ""},
         {kSignature, nullptr, "03020020", true, ~0u, true, 0, 0, 0, kSentinel, kWrongUsage, 0x20, noBits},
-        {kSignature, nullptr, "0302003F", true, ~0u, true, 0, 0, 0, kSentinel, kWrongUsage, 0x20, noBits},
         {kSignature, nullptr, "030100", true, ~0u, true, 0, 0, 0, kSentinel, kWrongUsage, 0x20, noBits},  // empty
         {kSignature, nullptr, "0400", true, ~0u, true, 0, 0, 0, 0x8009310Bu, 0, 0,
          "Key Usage extension could not be decoded.\n"},
@@ -532,7 +531,6 @@ TEST(SignaturePolicies, OutcomeTables) {
         {kTimestamp, &kServer, nullptr, true, 0, true, kExpired, 0x02, 0, kSentinel, kExpired, 0x0E, ""},
         // FALSE from two levels down, merged through both before the throw; no usage check.
         {kTimestamp, &kServer, nullptr, true, 0, true, 0, 0x01, 87, 0x80070057u, 0, 0x01, innerFalse},
-        {kTimestamp, &kServer, nullptr, true, 0, true, 0, 0, 0x80092004u, 0x80092004u, 0, 0, innerFalse},
         // No EKU on the certificate: any purpose unless 0x20000; no chain usage: any unless 0x40000.
         {kTimestamp, nullptr, nullptr, true, 0, true, 0, 0, 0, kSentinel, 0, 0, ""},
         {kTimestamp, nullptr, nullptr, true, 0x20000, true, 0, 0, 0, kSentinel, kWrongUsage, 0x04, ""},
