@@ -202,45 +202,39 @@ TEST(PolicyFrame, ProxyTurnsEveryExceptionIntoFalse) {
 // A failure of the policy's own goes into the extra status as a bit, else into the status;
 // an inner error merged stops the policy unless there is an extra status.
 TEST(PolicyFrame, OwnFailuresAndMergedInnerStatuses) {
-    {
-        CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, -1, -1, nullptr};
-        UsageStatus extra{sizeof extra, 0x1, -1, -1};
-        TraceCapture trace;
-        EXPECT_FALSE(ReportError(&s, &extra, CERT_E_WRONG_USAGE, 0x20));
-        EXPECT_EQ(std::make_tuple(extra.dwError, extra.lChainIndex, s.dwError, s.lChainIndex),
-                  std::make_tuple(0x21u, -1, 0u, -1));
-        EXPECT_TRUE(ReportError<UsageStatus>(&s, nullptr, CERT_E_WRONG_USAGE, 0x20));
-        EXPECT_EQ(std::make_tuple(s.dwError, s.lChainIndex, s.lElementIndex), std::make_tuple(0x800B0110u, 0, 0));
-        EXPECT_EQ(trace.text(), "ReportError|Extra status was supplied. Setting pExtraStatus->dwError |= 0x00000020\n" +
-                                    kGoesOn +
-                                    "ReportError|No extra status supplied. Setting pPolicyStatus->dwError = "
-                                    "0x800b0110, pPolicyStatus->lChainIndex = 0, pPolicyStatus->lElementIndex = 0.\n" +
-                                    kStops);
-    }
     const CERT_CHAIN_POLICY_STATUS inner{sizeof inner, 0x800B0110u, 2, 3, nullptr},
         clean{sizeof clean, 0, -1, -1, nullptr};
     const UsageStatus innerExtra{sizeof innerExtra, 0x02, 4, 5}, cleanExtra{sizeof cleanExtra, 0, -1, -1};
     const std::string innerError =
         "ReportError|pOtherPolicyStatus->dwError = 0x800b0110\n"
         "ReportError|pOtherPolicyStatus->lChainIndex = 2, pOtherPolicyStatus->lElementIndex = 3\n";
-    // The caller's extra status given, the inner records; stop, dwError and lChainIndex of each, the trace.
+    // The caller's extra status given, the inner records (none: a failure 0x800B0110/0x20 of the
+    // policy's own); stop, dwError and lChainIndex of each, the trace.
     const struct { bool extraGiven; const CERT_CHAIN_POLICY_STATUS* other; const UsageStatus* otherExtra; bool stop;
                    DWORD dwError, extraError; LONG index, extraIndex; std::string trace; } rows[] = {
-        {false, &inner, nullptr, true, 0x800B0110u, 0x20, 2, 7, innerError + kStops},
-        {true, &inner, &innerExtra, false, 0x800B0110u, 0x22, 2, 4,
+        {true, nullptr, nullptr, false, 0, 0x21, -1, 7,
+         "ReportError|Extra status was supplied. Setting pExtraStatus->dwError |= 0x00000020\n" + kGoesOn},
+        {false, nullptr, nullptr, true, 0x800B0110u, 0x01, 0, 7,
+         "ReportError|No extra status supplied. Setting pPolicyStatus->dwError = 0x800b0110, "
+         "pPolicyStatus->lChainIndex = 0, pPolicyStatus->lElementIndex = 0.\n" + kStops},
+        {false, &inner, nullptr, true, 0x800B0110u, 0x01, 2, 7, innerError + kStops},
+        {true, &inner, &innerExtra, false, 0x800B0110u, 0x03, 2, 4,
          innerError + "ReportError|pOtherExtraStatus->dwError = 0x00000002\n" +
              "ReportError|pOtherExtraStatus->lChainIndex = 4, pOtherExtraStatus->lElementIndex = 5\n" + kGoesOn},
-        {true, &clean, &cleanExtra, false, 0, 0x20, -1, 7, kGoesOn},
-        {false, &clean, nullptr, false, 0, 0x20, -1, 7,
+        {true, &clean, &cleanExtra, false, 0, 0x01, -1, 7, kGoesOn},
+        {false, &clean, nullptr, false, 0, 0x01, -1, 7,
          "ReportError|No error encountered. Other checks can be performed - returning false.\n"},
     };
     for (const auto& row : rows) {
-        UsageStatus extra{sizeof extra, 0x20, 7, 7};
+        UsageStatus extra{sizeof extra, 0x01, 7, 7};
         CERT_CHAIN_POLICY_STATUS s{sizeof s, 0, -1, -1, row.extraGiven ? &extra : nullptr};
         TraceCapture trace;
-        const bool stop = ReportError(&s, row.extraGiven ? &extra : nullptr, row.other, row.otherExtra);
-        EXPECT_EQ(std::make_tuple(stop, s.dwError, s.lChainIndex, extra.dwError, extra.lChainIndex, trace.text()),
-                  std::make_tuple(row.stop, row.dwError, row.index, row.extraError, row.extraIndex, row.trace));
+        const bool stop = row.other ? ReportError(&s, row.extraGiven ? &extra : nullptr, row.other, row.otherExtra)
+                                    : ReportError(&s, row.extraGiven ? &extra : nullptr, CERT_E_WRONG_USAGE, 0x20);
+        EXPECT_EQ(std::make_tuple(stop, s.dwError, s.lChainIndex, s.lElementIndex, extra.dwError, extra.lChainIndex,
+                                  trace.text()),
+                  std::make_tuple(row.stop, row.dwError, row.index, row.index == 2 ? 3 : row.index, row.extraError,
+                                  row.extraIndex, row.trace));
     }
     // The fatal form merges, then throws the last error in HRESULT form; a negative one as it stands.
     const std::pair<DWORD, DWORD> lastErrors[] = {{0, 0}, {5, 0x80070005u}, {87, 0x80070057u}, {0x12345, 0x80072345u},
