@@ -1,6 +1,6 @@
-// Certificates decoded through ASN1BERDecodeBuffer into a tree whose constructed elements keep
-// their children in ASN1CSeqOfList lists (primitives as open types), written back through
-// ASN1BEREncodeBuffer byte for byte; their validity times go through the time parsers and classes.
+// Certificates decoded through ASN1BERDecodeBuffer into a tree whose constructed elements keep their children
+// in ASN1CSeqOfList lists (primitives as open types), written back through ASN1BEREncodeBuffer byte for byte;
+// the buffer's element search finds their validity times, which go through the time parsers and classes.
 #include "asn1rt/asn1time.h"
 #include "asn1rt/ber.h"
 #include "asn1rt/seqoflist.h"
@@ -126,6 +126,18 @@ TEST(CertRoundTrip, CorpusCertificatesAndTheirValidityTimes) {
         EXPECT_EQ(testsupport::toHex(der.data(), der.size()), r.out);
         EXPECT_GE(r.times[0].size() + r.times[1].size(), 2u) << "notBefore and notAfter";
         ++done;
+        // The decode buffer's own search: the outer element spans the file, then notBefore and notAfter are
+        // found (past 2049 the latter is a GeneralizedTime).
+        ASN1BERDecodeBuffer dec(der.data(), (int)der.size());
+        int len = 0;
+        ASSERT_EQ(der.data(), dec.findElement(0x20000010u, len, 1));
+        EXPECT_EQ(der.size(), size_t((der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F)) + len));
+        const ASN1TAG kind = r.times[0].empty() ? ASN_ID_GeneralTime : ASN_ID_UTCTime;
+        const ASN1OCTET *first = dec.findElement(kind, len, 1), *second = dec.findElement(kind, len, 0);
+        if (!second && kind == ASN_ID_UTCTime)
+            second = dec.findElement(ASN_ID_GeneralTime, len, 1);
+        ASSERT_TRUE(first != nullptr && second > first);
+        EXPECT_EQ(std::string(first + 2, first + 2 + first[1]), r.times[kind == ASN_ID_GeneralTime][0]);
         // UTCTime: ten or twelve digits, then Z or an offset; a well-formed one lies in 1950..2049 and
         // goes back as GeneralizedTime, the class reading the same fields and rebuilding the text.
         for (const std::string& t : r.times[0]) {

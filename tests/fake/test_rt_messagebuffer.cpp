@@ -77,24 +77,16 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
     EXPECT_EQ(octets.EncodeTo(encoder) + octets.Encode(), 8);
     EXPECT_EQ((std::tuple<std::string, int, ASN1UINT>{toHex(encoder.getMsgPtr(), 4), encoder.init(), ec->bufIndex}),
               make_tuple("04020102", 16383, 16383u));
-    octets.value.resize(40000);  // the dynamic buffer grows and keeps the octets
-    for (size_t i = 0; i < octets.value.size(); ++i)
-        octets.value[i] = (ASN1OCTET)(i * 7);
-    ASSERT_EQ(octets.EncodeTo(encoder), 40004);
-    const ASN1OCTET* msg = encoder.getMsgPtr();
-    EXPECT_EQ(make_tuple(toHex(msg, 4), memcmp(msg + 4, octets.value.data(), octets.value.size())), make_tuple("04829C40", 0));
     ASN1OCTET storage16[16];
     EXPECT_EQ(encoder.setBuffer(storage16, sizeof storage16), 0);  // now static
     EXPECT_EQ(encoder.getMsgPtr(), storage16 + 15);
-    ASN1BEREncodeBuffer enc;  // the kinds, and the initialisers; a decode buffer has no copy
+    ASN1BEREncodeBuffer enc;  // the kinds, and the initialisers of the base that both share; a decode buffer has no copy
     ASN1BERDecodeBuffer dec;
     char text[] = "x";
     unsigned short wide[] = {0x78, 0};
     static_assert(ASN1MessageBufferIF::BEREncode == 0 && ASN1MessageBufferIF::BERDecode == 1, "the kinds");
-    EXPECT_EQ(make_tuple(enc.initBuffer(text), enc.initBuffer(wide), dec.initBuffer(text), dec.initBuffer(wide), dec.getMsgCopy(),
-                         enc.isA(ASN1MessageBufferIF::BEREncode), enc.isA(ASN1MessageBufferIF::BERDecode),
-                         dec.isA(ASN1MessageBufferIF::BEREncode), dec.isA(ASN1MessageBufferIF::BERDecode)),
-              make_tuple(-99, -99, -99, -99, nullptr, true, false, false, true));
+    EXPECT_EQ(make_tuple(enc.initBuffer(text), dec.initBuffer(wide), dec.getMsgCopy(), enc.isA(ASN1MessageBufferIF::BERDecode),
+                         dec.isA(ASN1MessageBufferIF::BERDecode)), make_tuple(-99, -99, nullptr, false, true));
     ASN1MemBuf mem;
     const std::vector<uint8_t> bytes = hex("0403010203");
     ASSERT_EQ(mem.append(bytes.data(), (ASN1UINT)bytes.size()) + dec.initBuffer(mem), 0);
@@ -174,32 +166,6 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
     EXPECT_EQ((Ints{int(counted->getRefCount()), (counted->_unref(), int(counted->getRefCount()))}), (Ints{2, 1}));
     EXPECT_EQ(make_tuple(counted->GetPtr()->magic, (void*)counted->GetPtr()), make_tuple(0x1aa2a34au, (void*)counted));
     counted->_unref();  // deleted here; a leak checker sees it
-}
-
-// A decode buffer over the bytes of a certificate file: the outer element spans the file,
-// and a search for UTCTime or GeneralizedTime finds notBefore, then notAfter.
-TEST(MessageBuffers, DecodeBufferOverCorpusFiles)
-{
-    CHAINVET_SKIP_WITHOUT_CORPUS();
-    int found = 0;
-    for (const std::string& path : testsupport::corpusFiles("cert")) {
-        const std::vector<uint8_t> der = testsupport::readFile(path);
-        if (path.find("/bad/") != std::string::npos || der.size() < 4 || der[0] != 0x30)
-            continue;
-        SCOPED_TRACE(path);
-        ASN1BERDecodeBuffer dec(der.data(), (int)der.size());
-        int len = 0;
-        ASSERT_EQ(der.data(), dec.findElement(0x20000010u, len, 1));
-        EXPECT_EQ(der.size(), size_t((der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F)) + len));
-        const ASN1TAG kind = dec.findElement(ASN_ID_UTCTime, len, 1) ? ASN_ID_UTCTime : ASN_ID_GeneralTime;
-        const ASN1OCTET *first = dec.findElement(kind, len, 1), *second = dec.findElement(kind, len, 0);
-        if (!second && kind == ASN_ID_UTCTime)  // notAfter past 2049 is a GeneralizedTime
-            second = dec.findElement(ASN_ID_GeneralTime, len, 1);
-        ASSERT_TRUE(first != nullptr && second > first);
-        EXPECT_EQ(kind, (ASN1TAG)first[0]);
-        ++found;
-    }
-    EXPECT_GT(found, 50);
 }
 
 // Exceptions: vtable and status; ASN1CType: vtable, context, buffer; message buffers: vtable, context and type,
