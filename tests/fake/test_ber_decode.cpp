@@ -1,7 +1,6 @@
-// BER reading: tables of hex per family, each row with the exact status, whether it reached the error
-// block, the value read and where the cursor stands after. The generic walk reading headers only gives the
-// statuses, nodes and context state of the walk that reads every value, wherever the values are not at
-// fault, and leaves contents in place, so that DER goes back unchanged; both walk every corpus file.
+// BER reading: tables of hex per family, each row with the exact status, whether it reached the error block,
+// the value read and where the cursor stands after. The header walk gives the statuses, nodes and state of the
+// value walk wherever the values are not at fault, and leaves contents in place; both walk every corpus file.
 #include <cstdio>
 #include <string>
 #include <vector>
@@ -114,15 +113,12 @@ TEST(BerDecodeHeader, LengthsTagsAndMessages)
         EXPECT_EQ(xd_tag_len(&p.c, &tag, &len, 0), st);
         EXPECT_EQ(std::to_string(p.at()) + cons(p), r.in == "048000" ? "2" : "0 cons");
     }
-    // Both end flags set: the end, for the tag readers with and without a comparison; the bare tag reader
-    // does not roll back.
-    Dec d("3000", RT_FLAG_INDEF_TOP | RT_FLAG_LAST_EOC), e("1f" + rep("80", 9) + "01"), f("bf8100"), g("bf81"), a("a003020105");
+    // Both end flags set: the end, for the tag readers with and without a comparison. The bare tag reader
+    // shares the identifier reading of the 'T' rows.
+    Dec d("3000", RT_FLAG_INDEF_TOP | RT_FLAG_LAST_EOC), f("bf8100"), a("a003020105");
     ASN1TAG tag = 0;
     int len;
     EXPECT_EQ((std::vector<int>{xd_tag_len(&d.c, &tag, &len, RT_MATCH_ADVANCE), xd_Tag1AndLen(&d.c, &len)}), (std::vector<int>(2, RT_E_END_OF_BUFFER)));
-    EXPECT_EQ(xd_tag(&e.c, &tag), RT_E_BAD_TAG);
-    EXPECT_EQ(e.at(), 10u);
-    EXPECT_EQ(xd_tag(&g.c, &tag), RT_E_END_OF_BUFFER);
     EXPECT_EQ(xd_tag(&f.c, &tag), 0);
     EXPECT_EQ(outcome(f, 0, std::to_string(tag)), std::to_string(0xa0000080u) + " at 3");
     EXPECT_EQ(xd_Tag1AndLen(&a.c, &len), 0);
@@ -327,8 +323,8 @@ TEST(BerWalkStructure, HeadersAsTheValueWalkReadsThem)
         {"308200030201050000", 0, 2, false, 7},  // long lengths, short values
         {"30830000030201050000", 0, 2, false, 8}, {"30049f1f0100", 0, 2, true, 6}, {"30049f050100", 0, 2, false, 6},
         // The octet behind a long tag's first one is no length, whatever it looks like.
-        {"30041f811f00", 0, 2, true, 6}, {"30041f820100", 0, 2, true, 6}, {"30020000", 0, 2, true, 4},
-        {"30041f811f00", 0, 2, true, 6}, {"30041f820100", 0, 2, true, 6}, {"30020000", 0, 2, true, 4},  // 0000 in a definite one: an element
+        {"30041f811f00", 0, 2, true, 6}, {"30041f820100", 0, 2, true, 6},
+        {"30020000", 0, 2, true, 4},  // 0000 in a definite one: an element
         {"3080020105000000", 0, 2, false, 7}, {"3080308000000000", 0, 2, false, 8},
         {"3006308005000000", 0, 3, false, 8}, {"3080020105", RT_E_END_OF_BUFFER, 2, false, 0},
         {"30083003020201000500", RT_E_BAD_LENGTH, 2, false, 0}, {"3003020201", RT_E_END_OF_BUFFER, 1, false, 0},
@@ -358,12 +354,9 @@ TEST(BerWalkStructure, ContentsAreViewsAndGoBackAsTheyCame)
 {
     Walked s("3008020105040361626300", kWalkStructure);
     ASSERT_EQ(s.walk.count, 3u);
-    EXPECT_EQ(s.walk.nodes[0].kind, asn1rt::kWalkConstructed);
-    EXPECT_EQ(s.walk.nodes[0].lastChild, 2u);
-    EXPECT_EQ(s.walk.nodes[2].kind, asn1rt::kWalkOctets);
-    EXPECT_EQ(s.walk.nodes[2].v.octets.numocts, 3u);
-    EXPECT_EQ(s.walk.nodes[2].v.octets.data, s.data() + 7);
-    EXPECT_EQ(s.walk.nodes[1].v.octets.data, s.data() + 4);
+    const asn1rt::BerWalkNode* n = s.walk.nodes;  // kind, last child, count, place in the message
+    EXPECT_EQ((std::vector<long>{n[0].kind, n[0].lastChild, n[2].kind, n[2].v.octets.numocts, n[2].v.octets.data - s.data(),
+                                 n[1].v.octets.data - s.data()}), (std::vector<long>{asn1rt::kWalkConstructed, 2, asn1rt::kWalkOctets, 3, 7, 4}));
     // What each walk writes back, and whether the value walk calls it DER (the header walk does, for all
     // of these): the header walk leaves values as they came (an INTEGER with a redundant octet, a BOOLEAN
     // of 01) and segments as segments; the value walk rewrites both, and takes identifiers for DER only
