@@ -73,13 +73,14 @@ TEST(BerEncodeValue, WrittenAndReadBack)
         {kEnum, "3", "0a0103"}, {kEnum, "-1", "ff", 0}, {kBool, "255", "0101ff"}, {kBool, "0", "010100"},
         {kBool, "5", "0101ff", 1, false} /* non-zero written as FF */, {kNull, "", "0500"}, {kNull, "", "", 0},
         // Big integers: the reader's hex text goes back the direct way, any other through a big integer record.
-        {kBigInt, "0x0", "020100"}, {kBigInt, "0x80", "020180"}, {kBigInt, "0xff", "0201ff"}, {kBigInt, "0xff7f", "0202ff7f"},
-        {kBigInt, "0x0123456789", "02050123456789"}, {kBigInt, "0x80000000000000ff", "020880000000000000ff"},
-        {kBigInt, "0x0ffffffffffffffff", "020900ffffffffffffffff"}, {kBigInt, "0", "020100", 1, false},
-        {kBigInt, "0x00ff", "020200ff", 1, false}, {kBigInt, "0xffff", "0201ff", 1, false},
-        {kBigInt, "0x123", "02020123", 1, false}, {kBigInt, "0xAbCd", "0202abcd", 1, false},  // partial top octet
-        {kBigInt, "0b101", "020105", 1, false}, {kBigInt, "0b010000000", "02020080", 1, false},
-        {kBigInt, "-129", "0202ff7f", 1, false}, {kBigInt, "12345678901234567890", "020900ab54a98ceb1f0ad2", 1, false},
+        {kBigInt, "0x0", "020100"}, {kBigInt, "0x80", "020180"}, {kBigInt, "0xff", "0201ff"},
+        {kBigInt, "0xff7f", "0202ff7f"}, {kBigInt, "0x0123456789", "02050123456789"},
+        {kBigInt, "0x80000000000000ff", "020880000000000000ff"}, {kBigInt, "0", "020100", 1, false},
+        {kBigInt, "0x0ffffffffffffffff", "020900ffffffffffffffff"}, {kBigInt, "0x00ff", "020200ff", 1, false},
+        {kBigInt, "0xffff", "0201ff", 1, false}, {kBigInt, "0x123", "02020123", 1, false},
+        {kBigInt, "0xAbCd", "0202abcd", 1, false} /* partial top octet */, {kBigInt, "0b101", "020105", 1, false},
+        {kBigInt, "0b010000000", "02020080", 1, false}, {kBigInt, "-129", "0202ff7f", 1, false},
+        {kBigInt, "12345678901234567890", "020900ab54a98ceb1f0ad2", 1, false},
         {kObjId, "1.2.840.113549", "06062a864886f70d"}, {kObjId, "2.999", "06028837"}, {kObjId, "2.40", "060178"},
         {kObjId, "0.39", "060127"}, {kObjId, "1.2.4294967295", "06062a8fffffff7f"},
         {kObjId, "2.4294967295", "06014f", 1, false},  // 2 * 40 + second arc, in 32 bits
@@ -92,8 +93,9 @@ TEST(BerEncodeValue, WrittenAndReadBack)
         {kOpen, "3003020105 0500", "3003020105", 1, false}, {kOpen, "3080020105 0000 ffff", "30800201050000", 1, false},
         {kBigInt, "", "BAD_VALUE recorded", 1, false}, {kBigInt, "0xg1", "BAD_VALUE recorded", 1, false},
         {kBigInt, "0b12", "BAD_VALUE recorded", 1, false}, {kObjId, "1", "BAD_OBJID", 1, false},
-        {kObjId, "3.1", "BAD_OBJID", 1, false}, {kObjId, "1.40", "BAD_OBJID", 1, false}, {kOpen, "0000", "BAD_VALUE", 1, false},
-        {kOpen, "30050201", "BAD_LENGTH", 1, false}, {kOpen, "3080020105", "END_OF_BUFFER", 1, false},
+        {kObjId, "3.1", "BAD_OBJID", 1, false}, {kObjId, "1.40", "BAD_OBJID", 1, false},
+        {kOpen, "0000", "BAD_VALUE", 1, false}, {kOpen, "30050201", "BAD_LENGTH", 1, false},
+        {kOpen, "3080020105", "END_OF_BUFFER", 1, false},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(std::string(r.value) + " as " + r.out);
@@ -107,8 +109,9 @@ TEST(BerEncodeValue, WrittenAndReadBack)
         bertest::Dec d(refused ? "" : r.out);
         int got = -999;
         const std::string value = readValue(d, r.kind, got, r.tagging, (int)want.size());
+        const std::string at = "at " + std::to_string(want.size());
         if (r.back) {
-            EXPECT_EQ(outcome(d, got, value), (*r.value ? r.value + std::string(" ") : "") + "at " + std::to_string(want.size()));
+            EXPECT_EQ(outcome(d, got, value), *r.value ? r.value + (" " + at) : at);
         }
     }
 }

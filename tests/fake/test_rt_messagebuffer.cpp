@@ -80,13 +80,14 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
     ASN1OCTET storage16[16];
     EXPECT_EQ(encoder.setBuffer(storage16, sizeof storage16), 0);  // now static
     EXPECT_EQ(encoder.getMsgPtr(), storage16 + 15);
-    ASN1BEREncodeBuffer enc;  // the kinds, and the initialisers of the base that both share; a decode buffer has no copy
+    ASN1BEREncodeBuffer enc;  // the kinds, and the base's initialisers that both share; a decode buffer has no copy
     ASN1BERDecodeBuffer dec;
     char text[] = "x";
     unsigned short wide[] = {0x78, 0};
     static_assert(ASN1MessageBufferIF::BEREncode == 0 && ASN1MessageBufferIF::BERDecode == 1, "the kinds");
-    EXPECT_EQ(make_tuple(enc.initBuffer(text), dec.initBuffer(wide), dec.getMsgCopy(), enc.isA(ASN1MessageBufferIF::BERDecode),
-                         dec.isA(ASN1MessageBufferIF::BERDecode)), make_tuple(-99, -99, nullptr, false, true));
+    EXPECT_EQ(make_tuple(enc.initBuffer(text), dec.initBuffer(wide), dec.getMsgCopy(),
+                         enc.isA(ASN1MessageBufferIF::BERDecode), dec.isA(ASN1MessageBufferIF::BERDecode)),
+              make_tuple(-99, -99, nullptr, false, true));
     ASN1MemBuf mem;
     const std::vector<uint8_t> bytes = hex("0403010203");
     ASSERT_EQ(mem.append(bytes.data(), (ASN1UINT)bytes.size()) + dec.initBuffer(mem), 0);
