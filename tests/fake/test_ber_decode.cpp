@@ -319,8 +319,8 @@ TEST(BerWalkStructure, HeadersAsTheValueWalkReadsThem)
     const struct { std::string hex; int status; ASN1UINT count; bool der; ASN1UINT consumed; } rows[] = {
         {"020105", 0, 1, true, 3}, {"3000", 0, 1, true, 2}, {"3003020105", 0, 2, true, 5}, {"020105ffff", 0, 1, true, 3},
         {"3006300402020100", 0, 3, true, 8}, {"300a3003020101020102050000", 0, 5, true, 12},
-        {"3081030201050000", 0, 2, false, 6}, {"30830000030201050000", 0, 2, false, 8},  // long lengths, short values
-        {"30049f1f0100", 0, 2, true, 6}, {"30049f050100", 0, 2, false, 6},
+        {"3081030201050000", 0, 2, false, 6}, {"308200030201050000", 0, 2, false, 7},  // long lengths, short values
+        {"30830000030201050000", 0, 2, false, 8}, {"30049f1f0100", 0, 2, true, 6}, {"30049f050100", 0, 2, false, 6},
         // The octet behind a long tag's first one is no length, whatever it looks like; 0000 in a definite one
         // is an element.
         {"30041f811f00", 0, 2, true, 6}, {"30041f820100", 0, 2, true, 6}, {"30020000", 0, 2, true, 4},
