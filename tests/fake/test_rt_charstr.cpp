@@ -1,9 +1,8 @@
-// Character strings of the runtime: the class table, deep copies, 8-bit/wide/32-bit
-// conversions and UTF-8 in both directions.
+// Runtime character strings: class table, deep copies, 32-bit and wide conversions, UTF-8.
 #include "asn1rt/charstr.h"
-#include "asn1rt/context.h"
 #include "asn1rt/lists.h"
 #include "ber_test_util.h"
+#include "rt_alloc_counter.h"
 
 #include <cctype>
 #include <cstring>
@@ -14,12 +13,7 @@ using Bytes = std::vector<uint8_t>;
 using bertest::lowerHex;
 using testsupport::hex;
 
-class RtCharStr : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_EQ(0, rtInitContext(&ctxt, nullptr)); }
-    void TearDown() override { rtFreeContext(&ctxt); }
-    ASN1CTXT ctxt{};
-};
+using RtCharStr = rttest::CountedContext;  // over the counting heap: every copy must go with the context
 
 // A terminated copy of the octets, as the UTF-8 readers take their text.
 Bytes z(const std::string& hexText) { return hex(hexText + "00"); }

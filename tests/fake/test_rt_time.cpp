@@ -1,5 +1,4 @@
-// GeneralizedTime and UTCTime: the C parsers and writer over tables of texts, and the
-// time control classes (lazy parsing, setters, text rebuild, calendar arithmetic).
+// GeneralizedTime and UTCTime: the C parsers and writer, and the time control classes.
 #include "asn1rt/asn1time.h"
 #include "rt_alloc_counter.h"
 
