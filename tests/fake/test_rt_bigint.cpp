@@ -55,7 +55,8 @@ TEST_F(RtBigInt, SetStrRadixAndSignTable) {
         {"0o", 0, "BAD_VALUE"}, {"0b12", 0, "BAD_VALUE"}, {"", 0, "BAD_VALUE"}, {"   ", 0, "BAD_VALUE"},
         // Hex and binary digits with a set top bit and no leading 0 are two's complement.
         {"0xff", 0, "-01"}, {"0x0ff", 0, "+ff"}, {"0x80", 0, "-80"}, {"0xff00", 0, "-0100"}, {"0x7f", 0, "+7f"},
-        {"0x123", 0, "+0123"}, {"0xfff", 0, "+0fff"},  // odd digits: the first octet holds one digit
+        {"0x123", 0, "+0123"}, {"0x0ABCDEF", 0, "+abcdef"},
+        {"0xfff", 0, "+0fff"},  // odd digits: the first octet holds one digit
         {"0b10000000", 0, "-80"}, {"0b1000000", 0, "+40"}, {"0b110000000", 0, "+0180"},
         {"0x00", 0, "+00"}, {"0x0000", 0, "+0000"}, {"0x000f", 0, "+0f"},
         // An explicit radix takes no prefix; radix 8 never reads two's complement.
