@@ -95,8 +95,7 @@ TEST_F(Strings, SetStringAndAppendFromThemselves) {
     heap.refuse = false;
 }
 
-// Below 1025 characters the room doubles, then grows by 1024; a larger need wins; the
-// manager rounds each request up.
+// Below 1025 characters the room doubles, then grows by 1024; a larger need wins; the manager rounds up.
 TEST_F(Strings, GrowthRule) {
     CStringA s("a", &mgr);
     const std::pair<int, int> steps[] = {{8, 15},      {16, 31},     {200, 207},   {500, 503},
