@@ -15,8 +15,7 @@ namespace {
 CBlob blob(const std::string& hexText) { return testsupport::blobOf(testsupport::hex(hexText)); }
 
 TEST(Blob, OwnershipAndGrowth) {
-    // cb 0: null data, and the pointer is not read; the size constructor always allocates
-    // and zero-fills, also for 0.
+    // cb 0: null data, the pointer unread; the size constructor always allocates and zero-fills, also for 0.
     EXPECT_EQ(std::make_tuple(CBlob().pbData(), CBlob(reinterpret_cast<const unsigned char*>(1), 0).pbData(),
                               hexOf(CBlob(5ul)), CBlob(0ul).pbData() != nullptr),
               std::make_tuple(nullptr, nullptr, "0000000000", true));
@@ -52,8 +51,7 @@ TEST(Blob, OwnershipAndGrowth) {
     x += CBlob();
     none += x;
     EXPECT_EQ(hexOf(none), "04030201");
-    // Appending a blob to itself grows it without doubling the bytes and without reading
-    // past the buffer (the sanitizer build would see an overflow).
+    // Appending a blob to itself grows it without doubling the bytes or reading past the buffer (ASan sees that).
     CBlob self = blob("0A0B0C"), empty;
     self += self;
     empty += empty;

@@ -1,5 +1,4 @@
-// The support library's code-page conversions: code page 0 is UTF-8, the size protocol,
-// invalid sequences, and the wcsrtombs that never fails.
+// Code-page conversions: code page 0 is UTF-8, sizes, bad sequences, safe_wcsrtombs.
 #include "support/testsupport.h"
 
 #include <cstring>

@@ -1,6 +1,4 @@
-// CDateTime and CDateTimeSpan: parsing and printing generalized time, rounding to
-// microseconds, display text, zone shifts, dates past 2038, the platform's calendar
-// conversions; span constants, text both ways, arithmetic, and DateAddA/DateAddW.
+// CDateTime and CDateTimeSpan: text both ways, zone shifts, past 2038, calendar, DateAddA/W.
 #include "core/datetime.h"
 #include "support/testsupport.h"
 

@@ -1,5 +1,4 @@
-// GetErrorMessage: every code of the table with its exact text, shared texts, and the
-// fallback for everything else.
+// GetErrorMessage: every code of the table with its exact text, and the fallback.
 #include "core/errortext.h"
 #include "support/testsupport.h"
 

@@ -1,5 +1,4 @@
-// ASN1CBitStr: storage by constructor, growth and limits, the count that follows the
-// highest set bit, ranges, bitwise operations and shifts.
+// ASN1CBitStr: storage, growth and limits, ranges, bitwise operations and shifts.
 #include "asn1rt/bitstr.h"
 #include "rt_alloc_counter.h"
 #include "support/testsupport.h"

@@ -1,9 +1,8 @@
-// Character strings of the runtime: the class table, deep copies, 8-bit/wide/32-bit
-// conversions and UTF-8 in both directions.
+// Runtime character strings: class table, deep copies, 32-bit and wide conversions, UTF-8.
 #include "asn1rt/charstr.h"
-#include "asn1rt/context.h"
 #include "asn1rt/lists.h"
 #include "ber_test_util.h"
+#include "rt_alloc_counter.h"
 
 #include <cctype>
 #include <cstring>
@@ -14,12 +13,7 @@ using Bytes = std::vector<uint8_t>;
 using bertest::lowerHex;
 using testsupport::hex;
 
-class RtCharStr : public ::testing::Test {
-protected:
-    void SetUp() override { ASSERT_EQ(0, rtInitContext(&ctxt, nullptr)); }
-    void TearDown() override { rtFreeContext(&ctxt); }
-    ASN1CTXT ctxt{};
-};
+using RtCharStr = rttest::CountedContext;  // over the counting heap: every copy must go with the context
 
 // A terminated copy of the octets, as the UTF-8 readers take their text.
 Bytes z(const std::string& hexText) { return hex(hexText + "00"); }
@@ -35,8 +29,7 @@ TEST(RtCtypeTable, ClassesOfEveryCharacter) {
 }
 
 TEST_F(RtCharStr, DeepCopies) {
-    // Into the caller's buffer: (bits + 7) / 8 octets. Zero bits or octets store the count
-    // and report 0; so does any null pointer.
+    // Into the caller's buffer: (bits + 7) / 8 octets. Zero bits or octets, or any null pointer: count stored, 0.
     const uint8_t octs[] = {0xFF, 0x80, 0x55, 0xEF};
     uint8_t buf[7] = {0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE, 0xEE};
     ASN1UINT count = 99, count2 = 99;
@@ -47,8 +40,7 @@ TEST_F(RtCharStr, DeepCopies) {
                          fn(&ctxt, 8, octs, nullptr, buf) + fn(&ctxt, 8, octs, &count, nullptr));
         EXPECT_EQ(0u, count);
     }
-    // Counted records copy to the heap, an empty one as a null pointer with result 1 (unlike
-    // rtCopyBitStr); a null record gives 0.
+    // Counted records copy to the heap; an empty one gives a null pointer and 1 (unlike rtCopyBitStr), null 0.
     const uint16_t bmp[] = {0x0054, 0x00E9, 0x4E2D, 0xFFFD};
     const uint32_t ucs[] = {0x41, 0x1F600, 0x10FFFF};
     const auto deep = [&](auto fn, auto src, size_t octets) {
@@ -92,8 +84,7 @@ TEST_F(RtCharStr, DeepCopies) {
     EXPECT_EQ("2:020101 0500 ", listHex());
     EXPECT_NE(a.data(), static_cast<const ASN1OpenType*>(dst.head->data)->data);
     {
-        // The record, its octets and its node for the first element; the second record fails
-        // and what was added stays.
+        // Record, octets and node of the first element; the second record fails, what was added stays.
         bertest::RationedAllocator three(3);
         EXPECT_EQ(0, rtCopyOpenTypeExt(&ctxt, &src, &dst));
     }
@@ -147,12 +138,10 @@ TEST_F(RtCharStr, ConversionsTo32BitCharacters) {
 
 TEST(RtUTF8Char, SizeEncodingAndDecoding) {
     const struct { uint32_t c; const char* octets; } cases[] = {
-        {0, "00"}, {0x41, "41"}, {0x7F, "7f"}, {0x80, "c280"}, {0x00E9, "c3a9"}, {0x07FF, "dfbf"}, {0x0800, "e0a080"},
-        {0x20AC, "e282ac"}, {0xD800, "eda080"},  // surrogates are ordinary characters here
-        {0xFFFF, "efbfbf"}, {0x10000, "f0908080"}, {0x1F600, "f09f9880"}, {0x10FFFF, "f48fbfbf"},
-        {0x1FFFFF, "f7bfbfbf"}, {0x200000, "f888808080"}, {0x3FFFFFF, "fbbfbfbfbf"}, {0x4000000, "fc8480808080"},
-        {0x7FFFFFFF, "fdbfbfbfbfbf"},
-    };
+        {0, "00"}, {0x7F, "7f"}, {0x80, "c280"}, {0x07FF, "dfbf"}, {0x0800, "e0a080"}, {0xFFFF, "efbfbf"},
+        {0xD800, "eda080"},  // surrogates are ordinary characters here
+        {0x10000, "f0908080"}, {0x10FFFF, "f48fbfbf"}, {0x1FFFFF, "f7bfbfbf"}, {0x200000, "f888808080"},
+        {0x3FFFFFF, "fbbfbfbfbf"}, {0x4000000, "fc8480808080"}, {0x7FFFFFFF, "fdbfbfbfbfbf"}};
     for (const auto& c : cases) {
         SCOPED_TRACE(c.octets);
         Bytes in = hex(c.octets);
@@ -195,8 +184,7 @@ TEST(RtUTF8, LengthAndConversionTable) {
     const struct { const char* octets; int length; int count; std::vector<uint32_t> wide; } cases[] = {
         {"", 0, 0, {}}, {"68c3a96c6c6f", 5, 5, {'h', 0xE9, 'l', 'l', 'o'}}, {"f09f9880", 1, 1, {0x1F600}},
         {"fdbfbfbfbfbf", 1, 1, {0x7FFFFFFF}}, {"c08041", 2, 2, {0, 'A'}}, {"eda080edb080", 2, 2, {0xD800, 0xDC00}},
-        // A text that ends inside a sequence: the conversion keeps what was read, while
-        // the length, which would step over the terminator, refuses it.
+        // Ending inside a sequence: the conversion keeps what was read; the length would pass the terminator.
         {"c3", -26, 1, {3}}, {"61c3", -26, 2, {'a', 3}}, {"61e282", -26, 2, {'a', 0x82}},
         {"80", -26, -26, {}}, {"61ff", -26, -26, {}}, {"fe", -26, -26, {}},  // bad first octets
         // The length does not look at following octets; the conversion does.
@@ -240,9 +228,7 @@ TEST(RtUTF8, LengthAndConversionTable) {
     }
 }
 
-// Every UTF8String and BMPString of the corpus certificates and CMS messages: UTF-8 converts
-// to wide text and back octet for octet; BMP text copies deep and comes back through the
-// 32-bit form.
+// Corpus UTF8Strings go to wide text and back octet for octet; BMPStrings copy deep and return via 32 bits.
 TEST_F(RtCharStr, StringsOfRealCertificatesRoundTrip) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     size_t utf8 = 0, bmp = 0;

@@ -1,5 +1,4 @@
-// Object identifiers of the runtime: dotted text in and out, copies, comparison and the
-// class forms.
+// Runtime object identifiers: dotted text both ways, copies, comparison, class forms.
 #include "asn1rt/oid.h"
 #include "ber_test_util.h"
 

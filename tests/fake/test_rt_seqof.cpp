@@ -1,5 +1,4 @@
-// ASN1CSeqOfList: ownership of the list by constructor, the mutators and their
-// modification count, readers, al, and the fail-fast iterator walked both ways.
+// ASN1CSeqOfList: list ownership, mutators and their modification count, fail-fast iterators.
 #include "asn1rt/seqoflist.h"
 #include "rt_alloc_counter.h"
 

@@ -1,5 +1,4 @@
-// GeneralizedTime and UTCTime: the C parsers and writer over tables of texts, and the
-// time control classes (lazy parsing, setters, text rebuild, calendar arithmetic).
+// GeneralizedTime and UTCTime: the C parsers and writer, and the time control classes.
 #include "asn1rt/asn1time.h"
 #include "rt_alloc_counter.h"
 
@@ -21,8 +20,7 @@ struct UtcZone : ::testing::Test {
     void SetUp() override { setenv("TZ", "UTC", 1), tzset(); }
 };
 
-// The fields as "2024-02-29 12:00:00 +01+30 L .25" (Z: the UTC flag, L: local; the fraction only when there is one),
-// and back.
+// The fields as "2024-02-29 12:00:00 +01+30 L .25" (Z: UTC flag, L: local; a fraction only when set), and back.
 std::string show(const RtTimeFields& f)
 {
     char out[96];
@@ -39,8 +37,7 @@ RtTimeFields fields(const char* s)
     return f.utc = zone == 'Z', f;
 }
 
-// A parse as text: the fields, or the status when refused ("-31"), with a note when the
-// error block missed the refusal or a field was stored all the same.
+// A parse as text: the fields or the status ("-31"), noting an error block that missed it or a field stored anyway.
 std::string parse(int (*parser)(ASN1CTXT*, const char*, RtTimeFields*), const char* text)
 {
     Ctxt c;
