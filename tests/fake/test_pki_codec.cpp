@@ -144,14 +144,6 @@ TEST(CodecFrame, LeafTraits) {
     ASN1UTF8String_traits::get(utf8, wide);
     EXPECT_STREQ(wide.c_str(), L"Gr\u00FC\u00DFe \u20AC");
     h.release();
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    std::auto_ptr<CBlob> owned(new CBlob(2));
-    copy_to_auto_ptr(owned, &bytes);
-    EXPECT_TRUE(owned.get() != &bytes && *owned == bytes) << "a deep copy";
-    copy_to_auto_ptr<CBlob>(owned, nullptr);
-    EXPECT_EQ(owned.get(), nullptr);
-#pragma GCC diagnostic pop
 }
 
 // Certificates through the list traits and the bridge: decoded on set, re-encoded on get,

@@ -2,11 +2,6 @@
 // issuing distribution point names of the corpus read and written back.
 #include "pki/dist_point.h"
 #include "pki_test_util.h"
-#include "support/testsupport.h"
-
-#include <cstdio>
-#include <functional>
-#include <map>
 
 using namespace Quorvane;
 using namespace Quorvane::ASN1;
@@ -16,9 +11,7 @@ namespace {
 
 using pkitest::der;
 using pkitest::outcome;
-template <class T, class Traits> std::function<CBlob()> again(const std::string& wire) {
-    return [wire] { T v; asn1Decode<Traits>(der(wire), v); return asn1Encode<Traits>(v); };
-}
+using pkitest::again;
 CGeneralNames uri(const wchar_t* text) { CGeneralNames list(1); list.front().put_uniformResourceIdentifier(text); return list; }
 CDistributionPoint point(const CGeneralNames* full, const CReasonFlags* reasons, const CGeneralNames* issuer) {
     CDistributionPoint dp; if (full) { const CDistributionPointName name(*full); dp.put_distributionPoint(&name); }

@@ -3,11 +3,7 @@
 // extensions of every certificate of the corpus.
 #include "pki/extension.h"
 #include "pki_test_util.h"
-#include "support/testsupport.h"
 
-#include <algorithm>
-#include <cstdio>
-#include <functional>
 #include <set>
 
 using namespace Quorvane;
@@ -22,16 +18,7 @@ std::string gt(const std::string& text, const char* tag = "18") {
     const uint8_t len = static_cast<uint8_t>(text.size());
     return tag + testsupport::toHex(&len, 1) + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), len);
 }
-// What f gives, or "!" and the HRESULT it throws.
-std::string outcome(const std::function<std::string()>& f) {
-    try {
-        return f();
-    } catch (const ATL::CAtlException& e) {
-        char text[16];
-        std::snprintf(text, sizeof text, "!%08X", static_cast<unsigned>(e.m_hr));
-        return text;
-    }
-}
+using pkitest::outcome;
 CExtension ext(const char* oid, const char* value, bool critical = false) {
     return CExtension(CExtValue(oid, der(value)), critical);
 }

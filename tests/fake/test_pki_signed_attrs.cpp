@@ -4,12 +4,8 @@
 // written back.
 #include "pki/signed_attrs.h"
 #include "pki_test_util.h"
-#include "support/testsupport.h"
 
-#include <cstdio>
 #include <cstring>
-#include <functional>
-#include <map>
 
 using namespace Quorvane;
 using namespace Quorvane::ASN1;
@@ -87,9 +83,12 @@ CBlob again(const CBlob& raw) { Attr attr(raw); attr.encode(); return attr.get_v
 TEST(PkiSignedAttrsCorpus, SignedAttributesGoBackUnchanged) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     const std::map<std::string, std::pair<const char*, CBlob (*)(const CBlob&)>> kinds = {
-        {"1.2.840.113549.1.9.16.2.12", {"signingCertificate", again<CAttrSigningCertificate>}}, {"1.2.840.113549.1.9.5", {"signingTime", again<CAttrSigningTime>}},
-        {"1.2.840.113549.1.9.16.2.47", {"signingCertificateV2", again<CAttrSigningCertificateV2>}}, {"1.2.840.113549.1.9.3", {"contentType", again<CAttrContentType>}},
-        {"1.2.840.113549.1.9.16.2.19", {"otherSigningCertificate", again<CAttrOtherSigningCertificate>}}, {"1.2.840.113549.1.9.4", {"messageDigest", again<CAttrMessageDigest>}},
+        {"1.2.840.113549.1.9.16.2.12", {"signingCertificate", again<CAttrSigningCertificate>}},
+        {"1.2.840.113549.1.9.16.2.47", {"signingCertificateV2", again<CAttrSigningCertificateV2>}},
+        {"1.2.840.113549.1.9.16.2.19", {"otherSigningCertificate", again<CAttrOtherSigningCertificate>}},
+        {"1.2.840.113549.1.9.5", {"signingTime", again<CAttrSigningTime>}},
+        {"1.2.840.113549.1.9.3", {"contentType", again<CAttrContentType>}},
+        {"1.2.840.113549.1.9.4", {"messageDigest", again<CAttrMessageDigest>}},
     };
     std::map<std::string, int> counts;
     for (const char* kind : {"cms-signed", "tsp-response"}) {
@@ -98,8 +97,10 @@ TEST(PkiSignedAttrsCorpus, SignedAttributesGoBackUnchanged) {
             ASN1BERDecodeBuffer buffer(bytes.data(), static_cast<int>(bytes.size()));
             asn1data::ASN1T_TimeStampResp resp;  // a signed message goes straight into its token
             const bool cms = std::strcmp(kind, "cms-signed") == 0;
-            if ((cms ? asn1data::ASN1C_ContentInfo(buffer, resp.timeStampToken).Decode() : asn1data::ASN1C_TimeStampResp(buffer, resp).Decode()) < 0 ||
-                (!cms && !resp.m.timeStampTokenPresent) || std::strcmp(toOID(resp.timeStampToken.contentType).c_str(), "1.2.840.113549.1.7.2") != 0) {
+            const int stat = cms ? asn1data::ASN1C_ContentInfo(buffer, resp.timeStampToken).Decode()
+                                 : asn1data::ASN1C_TimeStampResp(buffer, resp).Decode();
+            if (stat < 0 || (!cms && !resp.m.timeStampTokenPresent) ||
+                std::strcmp(toOID(resp.timeStampToken.contentType).c_str(), "1.2.840.113549.1.7.2") != 0) {
                 ++counts["messages refused by the catalogue or without signed data"];
                 continue;
             }
@@ -120,8 +121,7 @@ TEST(PkiSignedAttrsCorpus, SignedAttributesGoBackUnchanged) {
             }
         }
     }
-    for (const auto& c : counts)
-        std::printf("signed attributes of the corpus: %-45s %d\n", c.first.c_str(), c.second);
+    pkitest::printCounts("signed attributes", counts);
     for (const char* name : {"signingCertificate", "signingCertificateV2", "signingTime", "contentType", "messageDigest"})
         EXPECT_GT(counts[std::string(name) + ", same bytes"], 0) << name;
 }
