@@ -1,6 +1,6 @@
 // Helpers of the object-model tests: DER from hex (blanks allowed), what a step gives as
 // hex or text, or "!" and the HRESULT (or logic_error words) it throws, and a walk over the
-// extensions of the corpus's certificates.
+// extensions of the corpus's certificates and CRLs.
 #pragma once
 
 #include <algorithm>
@@ -48,20 +48,23 @@ std::function<Quorvane::CBlob()> again(const std::string& wire) {
     };
 }
 
-// Each extension of every certificate of the corpus the catalogue reads; those it refuses
-// are counted.
-inline void forEachCertExtension(std::map<std::string, int>& counts,
-                                 const std::function<void(const std::string& path, const std::string& oid,
-                                                          const asn1data::ASN1T_Extension&)>& f) {
-    for (const std::string& path : testsupport::corpusByKind("cert")) {
+// Each extension of every certificate ("cert") or CRL ("crl") of the corpus the catalogue
+// reads; those it refuses are counted.
+inline void forEachExtension(const std::string& kind, std::map<std::string, int>& counts,
+                             const std::function<void(const std::string& path, const std::string& oid,
+                                                      const asn1data::ASN1T_Extension&)>& f) {
+    for (const std::string& path : testsupport::corpusByKind(kind)) {
         const std::vector<uint8_t> file = testsupport::readFile(path);
         ASN1BERDecodeBuffer buffer(file.data(), static_cast<int>(file.size()));
         asn1data::ASN1T_Certificate cert;
-        if (asn1data::ASN1C_Certificate(buffer, cert).Decode() < 0) {
-            ++counts["certificates the catalogue refuses"];
+        asn1data::ASN1T_CertificateList crl;
+        if ((kind == "cert" ? asn1data::ASN1C_Certificate(buffer, cert).Decode()
+                            : asn1data::ASN1C_CertificateList(buffer, crl).Decode()) < 0) {
+            ++counts[kind + " refused by the catalogue"];
             continue;
         }
-        for (const Asn1RTDListNode* n = cert.toBeSigned.extensions.head; n != nullptr; n = n->next) {
+        const auto& list = kind == "cert" ? cert.toBeSigned.extensions : crl.toBeSigned.crlExtensions;
+        for (const Asn1RTDListNode* n = list.head; n != nullptr; n = n->next) {
             const auto& ext = *static_cast<const asn1data::ASN1T_Extension*>(n->data);
             f(path, Quorvane::ASN1::toOID(ext.extnID).c_str(), ext);
         }

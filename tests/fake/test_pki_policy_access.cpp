@@ -55,7 +55,7 @@ TEST(PkiPolicyAccess, ComparisonsAndDecodedState) {
 TEST(PkiPolicyAccessCorpus, ExtensionsGoBackUnchanged) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     std::map<std::string, int> counts;
-    pkitest::forEachCertExtension(counts, [&](const std::string& path, const std::string& oid, const auto& ext) {
+    pkitest::forEachExtension("cert", counts, [&](const std::string& path, const std::string& oid, const auto& ext) {
         const std::string wire = testsupport::toHex(ext.extnValue.data, ext.extnValue.numocts);
         if (oid == "1.3.6.1.5.5.7.1.1") {
             EXPECT_EQ(outcome(again<CAuthorityInfoAccessSyntax, Access>(wire)), wire) << path;
