@@ -62,7 +62,8 @@ TEST(PkiDistPointsCorpus, ExtensionsGoBackUnchanged) {
         ASN1BERDecodeBuffer in(ext.extnValue.data, static_cast<int>(ext.extnValue.numocts));
         asn1data::ASN1T_CRLDistPointsSyntax points;
         asn1data::ASN1T_IssuingDistPointSyntax idp;
-        if ((oid == "2.5.29.31" || oid == "2.5.29.46") && asn1data::ASN1C_CRLDistPointsSyntax(in, points).Decode() >= 0) {
+        const bool listOfPoints = oid == "2.5.29.31" || oid == "2.5.29.46";  // CRL distribution points, freshest CRL
+        if (listOfPoints && asn1data::ASN1C_CRLDistPointsSyntax(in, points).Decode() >= 0) {
             bool relative = false;  // it would be read through a null value: not supported
             for (const Asn1RTDListNode* p = points.head; p; p = p->next)
                 relative |= static_cast<asn1data::ASN1T_DistributionPoint*>(p->data)->distributionPoint.t == 2;
