@@ -22,6 +22,12 @@ inline Quorvane::CBlob der(std::string h) {
     return testsupport::blobOf(testsupport::hex(h));
 }
 
+// A tag, then the length and bytes of a short text: a time or string element.
+inline std::string tlv(const char* tag, const std::string& text) {
+    const uint8_t len = static_cast<uint8_t>(text.size());
+    return tag + testsupport::toHex(&len, 1) + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), len);
+}
+
 inline std::string outcome(const std::function<std::string()>& f) {
     try {
         return f();

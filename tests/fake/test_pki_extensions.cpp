@@ -14,10 +14,7 @@ namespace {
 
 using pkitest::der;
 // A GeneralizedTime, bare or with tag 80 or 81 as a field of PrivateKeyUsagePeriod.
-std::string gt(const std::string& text, const char* tag = "18") {
-    const uint8_t len = static_cast<uint8_t>(text.size());
-    return tag + testsupport::toHex(&len, 1) + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), len);
-}
+std::string gt(const std::string& text, const char* tag = "18") { return pkitest::tlv(tag, text); }
 using pkitest::outcome;
 CExtension ext(const char* oid, const char* value, bool critical = false) {
     return CExtension(CExtValue(oid, der(value)), critical);

@@ -15,10 +15,7 @@ namespace {
 
 using pkitest::der;
 using pkitest::outcome;
-// A time element: its tag and length in hex, then its text.
-std::string timeDer(const char* tagLength, const std::string& text) {
-    return tagLength + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), text.size());
-}
+using pkitest::tlv;
 CDateTime at(unsigned year, unsigned month = 1, unsigned day = 1, unsigned h = 0, unsigned m = 0, unsigned s = 0) {
     return CDateTime(year, month, day, h, m, s, 0, 0);
 }
@@ -42,9 +39,9 @@ TEST(PkiSignedAttrs, EncodeAndDecodeVectors) {
         {[] { return fromOctetString(der("0403AABB")); }, "!80093101"},
         {[] { return fromOctetString(CBlob()); }, "!80093101"},
         {[] { return fromOctetString(der("24060401AA0401BB")); }, "!80093101"},  // the constructed form is refused
-        {[] { return valueOf(CAttrSigningTime(at(2049, 12, 31, 23, 59, 59))); }, timeDer("170D", "491231235959Z")},
-        {[] { return valueOf(CAttrSigningTime(at(2050))); }, timeDer("180F", "20500101000000Z")},
-        {[] { CAttrSigningTime t(der(timeDer("180F", "20300101000000Z"))); t.encode(); return valueOf(t); }, timeDer("170D", "300101000000Z")},
+        {[] { return valueOf(CAttrSigningTime(at(2049, 12, 31, 23, 59, 59))); }, tlv("17", "491231235959Z")},
+        {[] { return valueOf(CAttrSigningTime(at(2050))); }, tlv("18", "20500101000000Z")},
+        {[] { CAttrSigningTime t(der(tlv("18", "20300101000000Z"))); t.encode(); return valueOf(t); }, tlv("17", "300101000000Z")},
         {[] { return valueOf(CAttrSigningTime(der("0500"))); }, "!80093101"},
     };
     for (const auto& row : rows)

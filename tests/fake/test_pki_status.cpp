@@ -12,9 +12,6 @@ namespace {
 
 using pkitest::der;
 std::string sq(const std::string& h) { return hexOf(der(h)); }
-std::string gt(const std::string& text) {
-    return "180F" + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), text.size());
-}
 using pkitest::outcome;
 // "language:text|..." of a list, texts narrowed with their U+0Exx characters as '#'.
 std::string show(const CPKIFreeText& text) {
@@ -190,7 +187,8 @@ TEST(PkiRevAnnContent, EncodeDecodeAndCopies) {
     EXPECT_EQ(hexOf(CCertId(dns, serial).encode()), "3006820161020105");
     const CDateTime from(2020, 1, 2, 3, 4, 5, 0, 0), to(2030, 1, 1, 0, 0, 0, 0, 0);
     CRevAnnContent ann(pkiStatusRevocationWarning, CCertId(dns, serial), from, to);
-    const std::string body = "020104 3006820161020105" + gt("20200102030405Z") + gt("20300101000000Z");
+    const std::string body =
+        "020104 3006820161020105" + pkitest::tlv("18", "20200102030405Z") + pkitest::tlv("18", "20300101000000Z");
     EXPECT_EQ(hexOf(ann.encode()), sq("302D" + body));
     CExtensions none;
     ann.put_crlDetails(&none);
