@@ -52,8 +52,7 @@ TEST(PkiDistPoints, Comparisons) {
     EXPECT_TRUE(CDistributionPointName() == CDistributionPointName() && CDistributionPointName() != CDistributionPointName(kNone));
 }
 
-// The CRL distribution points and freshest CRL extensions of the corpus's certificates and CRLs, and the
-// names of the issuing distribution points, back to the same bytes; what the catalogue refuses is counted.
+// Also the names of the issuing distribution points of the CRLs.
 TEST(PkiDistPointsCorpus, ExtensionsGoBackUnchanged) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     std::map<std::string, int> counts;

@@ -48,10 +48,7 @@ TEST(PkiPolicyAccess, ComparisonsAndDecodedState) {
     EXPECT_NE(CPolicyInformation("2.5.29.32.0"), CPolicyInformation("2.5.29.32.00")) << "identifiers as text";
 }
 
-// Every certificate policies and authority information access extension of the corpus's
-// certificates, through the object model and back: the same bytes, or for policies the
-// bytes the catalogue writes without their qualifiers. What the catalogue refuses as a
-// whole is counted; its own corpus test says why.
+// Policies come back as the catalogue writes them without their qualifiers.
 TEST(PkiPolicyAccessCorpus, ExtensionsGoBackUnchanged) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     std::map<std::string, int> counts;

@@ -75,8 +75,6 @@ TEST(PkiSignedAttrs, StaleValuesAndCopies) {
 template <class Attr>
 CBlob again(const CBlob& raw) { Attr attr(raw); attr.encode(); return attr.get_value(); }
 
-// Every signing certificate (v1, v2, other), signing time, content type and message digest
-// in the signed attributes of the corpus's signed messages and time-stamp tokens.
 TEST(PkiSignedAttrsCorpus, SignedAttributesGoBackUnchanged) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     const std::map<std::string, std::pair<const char*, CBlob (*)(const CBlob&)>> kinds = {
