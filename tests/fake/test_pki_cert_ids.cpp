@@ -1,15 +1,8 @@
 // Certificate identifiers of the ESS and ETSI signing-certificate attributes: DER vectors,
-// the dropped default algorithm of ESSCertIDv2, the comparisons and the deep copies; and
-// the signing-certificate attributes of the corpus read and written back.
+// the dropped default algorithm of ESSCertIDv2, the comparisons and the deep copies. Their
+// lists in the corpus's attributes go back unchanged in PkiSignedAttrsCorpus.
 #include "pki/ess_cert_id.h"
 #include "pki_test_util.h"
-#include "support/testsupport.h"
-
-#include <algorithm>
-#include <cstdio>
-#include <cstring>
-#include <functional>
-#include <map>
 
 using namespace Quorvane;
 using namespace Quorvane::ASN1;
@@ -135,65 +128,6 @@ TEST(CertIds, CopiesAreDeep) {
     CESSCertIDList list{CESSCertID(der("AA")), with(CESSCertID(der("BB")), is)}, back{CESSCertID()};
     asn1Decode<ASN1T_ESSCertIDList_traits, CESSCertIDList>(asn1Encode<ASN1T_ESSCertIDList_traits, CESSCertIDList>(list), back);
     EXPECT_EQ(back, list) << "a decoded list replaces what was there";
-}
-
-// The certs list of a decoded SigningCertificate(V2), through the object model and back;
-// true when the result stands verbatim in the attribute value as it came.
-template <class Traits, class Attribute>
-bool listRoundTrip(const asn1data::Asn1TObject& value, int& count) {
-    typename Traits::List list;
-    asn1Decode<Traits, typename Traits::List>(asn1EncodeT<Traits>(static_cast<Attribute*>(value.decoded)->certs), list);
-    count += static_cast<int>(list.size());
-    const CBlob back = asn1Encode<Traits, typename Traits::List>(list);
-    return std::search(value.data, value.data + value.numocts, back.pbData(), back.pbData() + back.cbData()) ==
-           value.data + 2 + (value.data[1] & 0x80 ? value.data[1] & 0x7F : 0);
-}
-
-// Every signingCertificate and signingCertificateV2 in the signed attributes of the
-// signer infos of the corpus's signed messages and time-stamp tokens.
-TEST(PkiCertIdsCorpus, SigningCertificateAttributesGoBackUnchanged) {
-    CHAINVET_SKIP_WITHOUT_CORPUS();
-    std::map<std::string, int> counts;
-    for (const char* kind : {"cms-signed", "tsp-response"}) {
-        for (const std::string& path : testsupport::corpusByKind(kind)) {
-            const std::vector<uint8_t> bytes = testsupport::readFile(path);
-            ASN1BERDecodeBuffer buffer(bytes.data(), static_cast<int>(bytes.size()));
-            asn1data::ASN1T_TimeStampResp resp;
-            const bool cms = std::strcmp(kind, "cms-signed") == 0;
-            const int stat = cms ? asn1data::ASN1C_ContentInfo(buffer, resp.timeStampToken).Decode()
-                                 : asn1data::ASN1C_TimeStampResp(buffer, resp).Decode();
-            if (stat < 0 || (!cms && !resp.m.timeStampTokenPresent) ||
-                std::strcmp(toOID(resp.timeStampToken.contentType).c_str(), "1.2.840.113549.1.7.2") != 0) {
-                ++counts[stat < 0 ? "messages the catalogue refuses" : "messages without signed data"];
-                continue;
-            }
-            const auto* sd = static_cast<const asn1data::ASN1T_SignedData*>(resp.timeStampToken.content.decoded);
-            for (const Asn1RTDListNode* n = sd->signerInfos.head; n != nullptr; n = n->next) {
-                const auto& info = *static_cast<const asn1data::ASN1T_SignerInfo*>(n->data);
-                for (const Asn1RTDListNode* a = info.signedAttrs.head; info.m.signedAttrsPresent && a; a = a->next) {
-                    const auto& attr = *static_cast<const asn1data::ASN1T_Attribute*>(a->data);
-                    const std::string oid = toOID(attr.type).c_str();
-                    const bool v1 = oid == "1.2.840.113549.1.9.16.2.12";
-                    if (!v1 && oid != "1.2.840.113549.1.9.16.2.47")
-                        continue;
-                    for (const Asn1RTDListNode* v = attr.values.head; v != nullptr; v = v->next) {
-                        const auto& value = *static_cast<const asn1data::Asn1TObject*>(v->data);
-                        int& ids = counts[v1 ? "ESSCertID" : "ESSCertIDv2"];
-                        const bool same =
-                            v1 ? listRoundTrip<ASN1T_ESSCertIDList_traits, asn1data::ASN1T_SigningCertificate>(value, ids)
-                               : listRoundTrip<ASN1T_ESSCertIDv2List_traits, asn1data::ASN1T_SigningCertificateV2>(value, ids);
-                        EXPECT_TRUE(same) << path;
-                        ++counts[std::string(v1 ? "signingCertificate" : "signingCertificateV2") +
-                                 (same ? " attributes, same bytes" : " attributes, changed")];
-                    }
-                }
-            }
-        }
-    }
-    for (const auto& c : counts)
-        std::printf("signing certificates of the corpus: %-45s %d\n", c.first.c_str(), c.second);
-    EXPECT_GT(counts["signingCertificate attributes, same bytes"], 0);
-    EXPECT_GT(counts["signingCertificateV2 attributes, same bytes"], 0);
 }
 
 }  // namespace

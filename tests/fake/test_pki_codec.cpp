@@ -1,5 +1,6 @@
 // The codec frame and the leaf values of the object model: traits on hex vectors, the
-// conversions of identifiers and big integers with their deliberate quirks.
+// conversions of identifiers and big integers with their deliberate quirks. The list traits
+// are checked through the lists of the value classes (CmsValues, GeneralName.Lists, Name).
 #include "pki/algorithm.h"
 #include "support/testsupport.h"
 
@@ -144,54 +145,6 @@ TEST(CodecFrame, LeafTraits) {
     ASN1UTF8String_traits::get(utf8, wide);
     EXPECT_STREQ(wide.c_str(), L"Gr\u00FC\u00DFe \u20AC");
     h.release();
-#pragma GCC diagnostic push
-#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
-    std::auto_ptr<CBlob> owned(new CBlob(2));
-    copy_to_auto_ptr(owned, &bytes);
-    EXPECT_TRUE(owned.get() != &bytes && *owned == bytes) << "a deep copy";
-    copy_to_auto_ptr<CBlob>(owned, nullptr);
-    EXPECT_EQ(owned.get(), nullptr);
-#pragma GCC diagnostic pop
-}
-
-// Certificates through the list traits and the bridge: decoded on set, re-encoded on get,
-// in order; an empty list is an empty SET OF, and a decoded list replaces what was there.
-typedef ASN1TSeqOfList_traits<asn1data::ASN1T_Certificate, ASN1T_Certificate_traits, CBlob, CBlobList> CertsTraits;
-
-template <class T, class C, void (*Copy)(ASN1CTXT*, T*, T*)>
-struct WholeList {
-    typedef T ASN1_T;
-    typedef C ASN1_C;
-    static void copy(ASN1CTXT* c, const T& s, T& d) { Copy(c, const_cast<T*>(&s), &d); }
-};
-
-template <class W>
-std::string throughList(const CBlobList& in, CBlobList& out) {
-    ASN1BERDecodeBuffer scratch;
-    typename W::ASN1_T list;
-    CertsTraits::set(scratch.getCtxtPtr(), list, in);
-    const CBlob der = asn1EncodeT<W>(list);
-    CertsTraits::get(list, out);
-    return hexOf(der);
-}
-
-TEST(CodecFrame, CertificateListTraits) {
-    using namespace asn1data;
-    CBlobList certs, back{CBlob(3)};
-    std::string all;
-    for (const char* name : {"leaf", "intermediate", "root"}) {
-        certs.emplace_back();
-        certs.back().readFromFile((std::string(CHAINVET_FIXTURES_DIR) + "/pki/" + name + ".der").c_str());
-        all += hexOf(certs.back());
-    }
-    const std::string der =
-        throughList<WholeList<ASN1T_Certificates, ASN1C_Certificates, asn1Copy_Certificates>>(certs, back);
-    EXPECT_EQ(der.substr(0, 4) + der.substr(8), "3082" + all) << "wire order is list order";
-    EXPECT_EQ(back, certs);
-    EXPECT_EQ((throughList<WholeList<ASN1T_CrossCertificates, ASN1C_CrossCertificates, asn1Copy_CrossCertificates>>(
-                  CBlobList(), back)),
-              "3100");
-    EXPECT_TRUE(back.empty());
 }
 
 }  // namespace

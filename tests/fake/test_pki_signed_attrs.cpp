@@ -4,12 +4,8 @@
 // written back.
 #include "pki/signed_attrs.h"
 #include "pki_test_util.h"
-#include "support/testsupport.h"
 
-#include <cstdio>
 #include <cstring>
-#include <functional>
-#include <map>
 
 using namespace Quorvane;
 using namespace Quorvane::ASN1;
@@ -19,10 +15,7 @@ namespace {
 
 using pkitest::der;
 using pkitest::outcome;
-// A time element: its tag and length in hex, then its text.
-std::string timeDer(const char* tagLength, const std::string& text) {
-    return tagLength + testsupport::toHex(reinterpret_cast<const uint8_t*>(text.data()), text.size());
-}
+using pkitest::tlv;
 CDateTime at(unsigned year, unsigned month = 1, unsigned day = 1, unsigned h = 0, unsigned m = 0, unsigned s = 0) {
     return CDateTime(year, month, day, h, m, s, 0, 0);
 }
@@ -46,9 +39,9 @@ TEST(PkiSignedAttrs, EncodeAndDecodeVectors) {
         {[] { return fromOctetString(der("0403AABB")); }, "!80093101"},
         {[] { return fromOctetString(CBlob()); }, "!80093101"},
         {[] { return fromOctetString(der("24060401AA0401BB")); }, "!80093101"},  // the constructed form is refused
-        {[] { return valueOf(CAttrSigningTime(at(2049, 12, 31, 23, 59, 59))); }, timeDer("170D", "491231235959Z")},
-        {[] { return valueOf(CAttrSigningTime(at(2050))); }, timeDer("180F", "20500101000000Z")},
-        {[] { CAttrSigningTime t(der(timeDer("180F", "20300101000000Z"))); t.encode(); return valueOf(t); }, timeDer("170D", "300101000000Z")},
+        {[] { return valueOf(CAttrSigningTime(at(2049, 12, 31, 23, 59, 59))); }, tlv("17", "491231235959Z")},
+        {[] { return valueOf(CAttrSigningTime(at(2050))); }, tlv("18", "20500101000000Z")},
+        {[] { CAttrSigningTime t(der(tlv("18", "20300101000000Z"))); t.encode(); return valueOf(t); }, tlv("17", "300101000000Z")},
         {[] { return valueOf(CAttrSigningTime(der("0500"))); }, "!80093101"},
     };
     for (const auto& row : rows)
@@ -82,14 +75,15 @@ TEST(PkiSignedAttrs, StaleValuesAndCopies) {
 template <class Attr>
 CBlob again(const CBlob& raw) { Attr attr(raw); attr.encode(); return attr.get_value(); }
 
-// Every signing certificate (v1, v2, other), signing time, content type and message digest
-// in the signed attributes of the corpus's signed messages and time-stamp tokens.
 TEST(PkiSignedAttrsCorpus, SignedAttributesGoBackUnchanged) {
     CHAINVET_SKIP_WITHOUT_CORPUS();
     const std::map<std::string, std::pair<const char*, CBlob (*)(const CBlob&)>> kinds = {
-        {"1.2.840.113549.1.9.16.2.12", {"signingCertificate", again<CAttrSigningCertificate>}}, {"1.2.840.113549.1.9.5", {"signingTime", again<CAttrSigningTime>}},
-        {"1.2.840.113549.1.9.16.2.47", {"signingCertificateV2", again<CAttrSigningCertificateV2>}}, {"1.2.840.113549.1.9.3", {"contentType", again<CAttrContentType>}},
-        {"1.2.840.113549.1.9.16.2.19", {"otherSigningCertificate", again<CAttrOtherSigningCertificate>}}, {"1.2.840.113549.1.9.4", {"messageDigest", again<CAttrMessageDigest>}},
+        {"1.2.840.113549.1.9.16.2.12", {"signingCertificate", again<CAttrSigningCertificate>}},
+        {"1.2.840.113549.1.9.16.2.47", {"signingCertificateV2", again<CAttrSigningCertificateV2>}},
+        {"1.2.840.113549.1.9.16.2.19", {"otherSigningCertificate", again<CAttrOtherSigningCertificate>}},
+        {"1.2.840.113549.1.9.5", {"signingTime", again<CAttrSigningTime>}},
+        {"1.2.840.113549.1.9.3", {"contentType", again<CAttrContentType>}},
+        {"1.2.840.113549.1.9.4", {"messageDigest", again<CAttrMessageDigest>}},
     };
     std::map<std::string, int> counts;
     for (const char* kind : {"cms-signed", "tsp-response"}) {
@@ -98,8 +92,10 @@ TEST(PkiSignedAttrsCorpus, SignedAttributesGoBackUnchanged) {
             ASN1BERDecodeBuffer buffer(bytes.data(), static_cast<int>(bytes.size()));
             asn1data::ASN1T_TimeStampResp resp;  // a signed message goes straight into its token
             const bool cms = std::strcmp(kind, "cms-signed") == 0;
-            if ((cms ? asn1data::ASN1C_ContentInfo(buffer, resp.timeStampToken).Decode() : asn1data::ASN1C_TimeStampResp(buffer, resp).Decode()) < 0 ||
-                (!cms && !resp.m.timeStampTokenPresent) || std::strcmp(toOID(resp.timeStampToken.contentType).c_str(), "1.2.840.113549.1.7.2") != 0) {
+            const int stat = cms ? asn1data::ASN1C_ContentInfo(buffer, resp.timeStampToken).Decode()
+                                 : asn1data::ASN1C_TimeStampResp(buffer, resp).Decode();
+            if (stat < 0 || (!cms && !resp.m.timeStampTokenPresent) ||
+                std::strcmp(toOID(resp.timeStampToken.contentType).c_str(), "1.2.840.113549.1.7.2") != 0) {
                 ++counts["messages refused by the catalogue or without signed data"];
                 continue;
             }
@@ -120,8 +116,7 @@ TEST(PkiSignedAttrsCorpus, SignedAttributesGoBackUnchanged) {
             }
         }
     }
-    for (const auto& c : counts)
-        std::printf("signed attributes of the corpus: %-45s %d\n", c.first.c_str(), c.second);
+    pkitest::printCounts("signed attributes", counts);
     for (const char* name : {"signingCertificate", "signingCertificateV2", "signingTime", "contentType", "messageDigest"})
         EXPECT_GT(counts[std::string(name) + ", same bytes"], 0) << name;
 }
