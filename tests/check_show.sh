@@ -13,7 +13,7 @@ for line in "    Serial Number: 0x67C19515A744F3C5" "    Subject: O=chainvet dem
     printf '%s\n' "$out" | grep -qxF "$line" || { echo "leaf: no line '$line'"; fail=1; }
 done
 tmp=$(mktemp)
-trap 'rm -f "$tmp"' EXIT
+trap 'rm -f "$tmp" "$tmp.cases" "$tmp.counts"' EXIT
 printf '\060\003\002\001' > "$tmp"
 for want in "1 $tmp" "2 /nonexistent/file" "64 --bogus" "64"; do
     set -- $want
@@ -35,21 +35,18 @@ while IFS="$(printf '\t')" read -r args first; do
     printf '%s\n' "$out" | head -n 1 | grep -Eqx "$first" ||
         { echo "chainvet $args: first line '$(printf '%s\n' "$out" | head -n 1)'"; fail=1; }
 done < "$tmp.cases"
-rm -f "$tmp.cases"
 if [ ! -f "$corpus/MANIFEST.tsv" ]; then
     echo "SKIP: corpus loop skipped, no $corpus/MANIFEST.tsv"
     [ $fail = 0 ] && exit 77
     exit 1
 fi
-counts=$(mktemp)
-trap 'rm -f "$tmp" "$counts"' EXIT
 tail -n +2 "$corpus/MANIFEST.tsv" | while IFS="$(printf '\t')" read -r path sum kind rest; do
     case $kind in cert | crl | ocsp-response | tsp-response | cms-signed) ;; *) continue ;; esac
     "$tool" dump "$corpus/$path" >/dev/null 2>&1 || continue
     "$tool" show "$corpus/$path" >/dev/null 2>"$tmp"
     status=$?
     [ $status = 0 ] || { echo "FAIL $kind $path: exit $status"; cat "$tmp"; }
-    echo "$kind $status" >> "$counts"
+    echo "$kind $status" >> "$tmp.counts"
 done | grep FAIL -A3 && fail=1
-sort "$counts" | uniq -c
+sort "$tmp.counts" | uniq -c
 exit $fail

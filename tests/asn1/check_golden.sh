@@ -3,18 +3,15 @@
 # generator shows here as a diff. `--update` rewrites the committed text.
 set -eu
 here=$(cd "$(dirname "$0")" && pwd)
-root=$(cd "$here/../.." && pwd)
 python=${PYTHON:-python3}
 golden=$here/golden.txt
 tmp=$(mktemp)
 trap 'rm -f "$tmp"' EXIT
-{
-    "$python" "$root/tools/asn1gen/asn1gen.py" --out /nonexistent --header shapes --namespace asn1test \
-        --type Seq --type NamedSet --type Alt --type Tagged --type OptChoice --type IntSet \
-        --type IntArray --type OidSet --type Iv --type Flags --type Millis --type Reason \
-        --type Ext --type Wrapped --type Alias --type Holder --type Wrapper --type Values \
-        "$here/shapes.asn"
-} > "$tmp"
+"$python" "$here/../../tools/asn1gen/asn1gen.py" --out /nonexistent --header shapes --namespace asn1test \
+    --type Seq --type NamedSet --type Alt --type Tagged --type OptChoice --type IntSet \
+    --type IntArray --type OidSet --type Iv --type Flags --type Millis --type Reason \
+    --type Ext --type Wrapped --type Alias --type Holder --type Wrapper --type Values \
+    "$here/shapes.asn" > "$tmp"
 if [ "${1:-}" = --update ]; then
     cp "$tmp" "$golden"
     echo "golden: $golden rewritten"
