@@ -81,7 +81,7 @@ TEST(CertIds, DefaultAlgorithmOfV2IsNeverWritten) {
 TEST(CertIds, Comparisons) {
     const CGeneralNames ab{dns(L"alpha"), dns(L"beta")}, ba{dns(L"beta"), dns(L"alpha")};
     const CESSCertID hashed(der("AABB"));
-    const COtherHashAlgAndValue plain(der("AABB"), CAlgorithmIdentifier(kSha1));
+    const COtherHashAlgAndValue plain(der("AABB"), CAlgorithmIdentifier(kSha1)), plainNull(der("AABB"), algorithm(kSha1, "0500"));
     const COtherHash sha1(der("AABB")), other(plain), otherNull(COtherHashAlgAndValue(der("AABB"), algorithm(kSha1, "0500")));
     const COtherCertID id(der("AABB"), CAlgorithmIdentifier(kSha1)), idNull(der("AABB"), algorithm(kSha1, "0500"));
     const struct {
@@ -98,6 +98,8 @@ TEST(CertIds, Comparisons) {
         {with(hashed, issuer(ab)) == with(hashed, issuer(ab)), true, "both with issuer"},
         {hashed == CESSCertID(der("AABC")), false, "another hash"},
         {CESSCertIDv2(der("AA")) == CESSCertIDv2(der("AA"), CAlgorithmIdentifier(kSha1)), false, "v2 by algorithm"},
+        {plain == plainNull || !(plain != plainNull), false, "hash and algorithm under other parameters"},
+        {plain.compare_hashValue(plainNull), true, "the same, by hash value"},
         {sha1 == other || !(sha1 != other), false, "sha1Hash against otherHash of the same bytes"},
         {sha1.compare_hashValue(other), false, "the same, by hash value"},
         {other == otherNull || !(other != otherNull), false, "otherHash under other parameters"},

@@ -95,6 +95,10 @@ TEST(ChoiceFramework, PutStepCopyAndAssignment) {
     b.clear();
     b = a;
     EXPECT_STREQ(b.get_dNSName(), L"example.org") << "assignment revives a clear()ed object";
+    CTimeChoice t, u(CDateTime(2060u, 1, 1, 0, 0, 0, 0, 0));  // a clear() of its own, not the template's
+    t.clear();
+    t = u;
+    EXPECT_EQ(t.get_type(), 2u);
     const CGeneralName empty, copied(empty);  // a copy of an empty choice is empty, not a read through null
     EXPECT_TRUE(copied.get_type() == 0 && copied.get_dNSName() == nullptr);
 }

@@ -78,6 +78,8 @@ TEST_F(BitStrTest, GrowthLimitsRangesValuesBitwiseAndShifts)
         ASSERT_NE(copy, nullptr);
         EXPECT_EQ(make_tuple(view.numbits, view.data, copy->numbits, copy->data != value.data, toHex(copy->data, 6)),
                   make_tuple(41u, value.data, 41u, true, "FFFE00000080"));
+        ASN1CBitStr sized(*ctxt, 16u);  // a limit over the context's heap, as over a buffer's
+        EXPECT_EQ((Strs{after(sized.set(15), sized), std::to_string(sized.set(17))}), (Strs{"0 0001 16 16", "-29"}));
     }
     ctxt->_unref();
     ASN1CBitStr e(buf, empty);

@@ -37,15 +37,16 @@ TEST_F(SeqOfTest, OwnershipMutatorsArraysAndIterators)
     ASN1Context* c = new ASN1Context;  // the context constructors take a reference
     c->_ref();
     {
-        ASN1CSeqOfList ownC(*c);
+        ASN1TSeqOfList overC;
+        ASN1CSeqOfList ownC(*c), overList(*c, overC);
         ASN1TPDUSeqOfList pdu;
         ASN1CSeqOfList overPdu(*c, pdu);
-        ownC.append(v(10)), overPdu.append(v(11));
-        EXPECT_EQ(make_tuple(c->getRefCount(), pdu.count), make_tuple(3u, 1u));
+        ownC.append(v(10)), overPdu.append(v(11)), overList.append(v(12));
+        EXPECT_EQ(make_tuple(c->getRefCount(), pdu.count, order(&overC)), make_tuple(4u, 1u, "12"));
         pdu.setContext(c);  // a PDU list holds its context, copies too
         ASN1TPDUSeqOfList copy(pdu), assigned;
         assigned = copy;
-        EXPECT_EQ((Ints{int(c->getRefCount()), (assigned.setContext(nullptr), int(c->getRefCount()))}), (Ints{6, 5}));
+        EXPECT_EQ((Ints{int(c->getRefCount()), (assigned.setContext(nullptr), int(c->getRefCount()))}), (Ints{7, 6}));
     }
     EXPECT_EQ(c->getRefCount(), 1u);
     c->_unref();

@@ -67,6 +67,21 @@ TEST(Digests, PublishedVectors) {
               NTE_BAD_ALGID);
 }
 
+// The provider walk over the stand-in's own providers, by name and type in table order;
+// the walk's start size is 256, longer than every name, so no retry is needed.
+TEST(Digests, ProvidersEnumerateInOrder) {
+    struct Names : ATL2::CCryptProvidersEnumT<char> {
+        std::string seen;
+        bool OnProv(const char* name, DWORD type) override {
+            seen += std::string(name) + "/" + std::to_string(type) + ";";
+            return true;
+        }
+    } names;
+    EXPECT_EQ(names.Enum(), S_OK);
+    EXPECT_EQ(names.seen, "Quorvane Base RSA Provider/1;Quorvane Enhanced RSA and AES Provider/24;"
+                          "Quorvane GOST Provider/75;");
+}
+
 TEST(Digests, OidToAlgId) {
     const std::pair<const char*, ALG_ID> rows[] = {
         {"1.3.14.3.2.26", CALG_SHA1}, {"2.16.840.1.101.3.4.2.1", CALG_SHA_256}, {"1.2.840.113549.2.5", CALG_MD5},
