@@ -354,9 +354,9 @@ TEST(BerWalkStructure, ContentsAreViewsAndGoBackAsTheyCame)
     Walked s("3008020105040361626300", kWalkStructure);
     ASSERT_EQ(s.walk.count, 3u);
     const asn1rt::BerWalkNode* n = s.walk.nodes;  // kind, last child, count, place in the message
-    EXPECT_EQ((std::vector<long>{n[0].kind, n[0].lastChild, n[2].kind, n[2].v.octets.numocts,
-                                 n[2].v.octets.data - s.data(), n[1].v.octets.data - s.data()}),
-              (std::vector<long>{asn1rt::kWalkConstructed, 2, asn1rt::kWalkOctets, 3, 7, 4}));
+    EXPECT_EQ((std::vector<long long>{n[0].kind, n[0].lastChild, n[2].kind, n[2].v.octets.numocts,
+                                      n[2].v.octets.data - s.data(), n[1].v.octets.data - s.data()}),
+              (std::vector<long long>{asn1rt::kWalkConstructed, 2, asn1rt::kWalkOctets, 3, 7, 4}));
     // What each walk writes back, and whether the value walk calls it DER (the header walk does, for all
     // of these): the header walk leaves values as they came (an INTEGER with a redundant octet, a BOOLEAN
     // of 01) and segments as segments; the value walk rewrites both, and takes identifiers for DER only
