@@ -121,8 +121,7 @@ for name in $NAMES; do
     fi
 done
 awk -F '\t' 'NR > 1 && $3 ~ /^[0-9]+$/ { cpu += $3 } END { printf "total CPU: %d s (%.2f CPU-hours)\n", cpu, cpu / 3600 }' \
-    "$SUMMARY" >>"$WORK_DIR/total.txt.tmp"
+    "$SUMMARY" >"$WORK_DIR/total.txt"
 column -t -s "$(printf '\t')" "$SUMMARY" 2>/dev/null || cat "$SUMMARY"
-cat "$WORK_DIR/total.txt.tmp"
-mv "$WORK_DIR/total.txt.tmp" "$WORK_DIR/total.txt"
+cat "$WORK_DIR/total.txt"
 exit "$FAILED"
